@@ -1,0 +1,7 @@
+# Every target of this project compiles under the same warnings; CI turns them into errors.
+option(KAIKLA_WERROR "Treat compiler warnings as errors" OFF)
+add_library(kaikla_warnings INTERFACE)
+target_compile_options(kaikla_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(KAIKLA_WERROR)
+  target_compile_options(kaikla_warnings INTERFACE -Werror)
+endif()

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "model/DeviceStatus.hpp"
+#include "platform/PlatformProtocol.hpp"
+#include "platform/api/PollFds.hpp"
+#include "platform/records/AdvSessionEntry.hpp"
+#include "platform/session/SessionConfigData.hpp"
+
+#include <memory>
+
+#include <zmq.hpp>
+
+class NotificationSocket;
+
+/// The base of a subscriber to the audio/video session manager.
+///
+/// A notification that cannot be decoded is dropped whole, with one line in the log; otherwise the
+/// callback of its kind is called with the decoded record. A callback's result is not looked at.
+class AvmgrSubscriber {
+public:
+    AvmgrSubscriber();
+    virtual ~AvmgrSubscriber();
+    AvmgrSubscriber(const AvmgrSubscriber&) = delete;
+    AvmgrSubscriber& operator=(const AvmgrSubscriber&) = delete;
+    AvmgrSubscriber(AvmgrSubscriber&&) = delete;
+    AvmgrSubscriber& operator=(AvmgrSubscriber&&) = delete;
+
+    /// A session was created; the argument is its configuration.
+    virtual int avmgrNotifyNewSessionEvent(SessionConfigData& config);
+    /// A session was removed; the argument is its id.
+    virtual int avmgrNotifyRemovedSessionEvent(unsigned long long& sessionId);
+    /// The configuration of a session changed.
+    virtual int avmgrNotifyUpdateSessionEvent(SessionConfigData& config);
+    /// The status of a session changed; the argument is its complete new status.
+    virtual int avmgrNotifyUpdateSessionStatusEvent(SessionStatusData& status);
+    /// Sessions that other devices advertise.
+    virtual int avmgrNotifyNewAdvertisementEvent(AdvSessionEntry& entry);
+    virtual int avmgrNotifyUpdateAdvertisementEvent(AdvSessionEntry& entry);
+    virtual int avmgrNotifyRemovedAdvertisementEvent(unsigned long long& entryId);
+
+    /// Connects to the notification stream and adds the socket to `pollFds`. The service may be
+    /// absent. Returns 0, -103 or -104.
+    int init(zmq::context_t& context, PollFds& pollFds);
+    /// Asks for one kind of notification. Returns 0 or -103.
+    int subscribe(AvmgrPublisher::avmgr_notifications_t kind);
+    /// True when `item` is this subscriber's own; one notification has then been read and passed to
+    /// its callback.
+    bool processEvent(const zmq_pollitem_t& item);
+
+private:
+    bool dispatch(unsigned kind, Json::Value& payload);
+
+    std::unique_ptr<NotificationSocket> socket;
+};

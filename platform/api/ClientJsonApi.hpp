@@ -1,0 +1,40 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <memory>
+#include <string>
+
+#include <zmq.hpp>
+
+/// The base of a client of another service's JSON commands, one synchronous request at a time.
+///
+/// The client copes with a service that is absent, silent, late or answers nonsense: each request
+/// either gives that request's own answer or fails, and the next one starts afresh.
+class ClientJsonApi {
+public:
+    ClientJsonApi(const ClientJsonApi&) = delete;
+    ClientJsonApi& operator=(const ClientJsonApi&) = delete;
+    ClientJsonApi(ClientJsonApi&&) = delete;
+    ClientJsonApi& operator=(ClientJsonApi&&) = delete;
+
+    /// Prepares the request socket and begins to connect. Returns 0, or -103 when the socket cannot
+    /// be created. `context` must outlive this object.
+    int init(zmq::context_t& context);
+
+protected:
+    /// `endpoint` is where the service listens; a connected service has `answerTimeoutMs` to
+    /// answer.
+    ClientJsonApi(const char* endpoint, int answerTimeoutMs);
+    ~ClientJsonApi();
+
+    /// Sends the command and waits for its answer. On success `reply` is the answer's payload.
+    /// Returns 0; -101 when the answer cannot be decoded; -102 at once when the service is not
+    /// connected, or when it does not answer in time or a signal interrupts the wait; the answer's
+    /// own result when that is negative. The reason of a -101 or -102 is logged at level 2.
+    int request(unsigned commandId, const char* commandName, Json::Value& reply);
+
+private:
+    struct State;
+    std::unique_ptr<State> state;
+};

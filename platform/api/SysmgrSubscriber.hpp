@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/PlatformProtocol.hpp"
+#include "platform/api/PollFds.hpp"
+#include "platform/records/SysParametersDynamic.hpp"
+
+#include <json/value.h>
+
+#include <memory>
+
+#include <zmq.hpp>
+
+class NotificationSocket;
+
+/// The base of a subscriber to the system manager. Behaves as AvmgrSubscriber.
+class SysmgrSubscriber {
+public:
+    SysmgrSubscriber();
+    virtual ~SysmgrSubscriber();
+    SysmgrSubscriber(const SysmgrSubscriber&) = delete;
+    SysmgrSubscriber& operator=(const SysmgrSubscriber&) = delete;
+    SysmgrSubscriber(SysmgrSubscriber&&) = delete;
+    SysmgrSubscriber& operator=(SysmgrSubscriber&&) = delete;
+
+    /// A stored parameter changed; the argument is what the system manager says about it.
+    virtual int notifyStoredParameterUpdate(Json::Value& parameters);
+    /// Temperatures, Ethernet ports and the like changed.
+    virtual int notifyDynamicInfoUpdate(SysParametersDynamic& information);
+    /// The system is asked to reboot.
+    virtual int notifyRebootRequest(Json::Value& request);
+    /// The list of multicast groups that may be joined changed.
+    virtual int notifyMulticastWhiteListUpdate(Json::Value& whiteList);
+
+    /// Connects to the notification stream. The service may be absent. Returns 0 or -103.
+    int init(zmq::context_t& context);
+    /// Asks for one kind of notification. Returns 0 or -103.
+    int subscribe(SysmgrPublisher::sysmgr_notifications_t kind);
+    /// Adds the socket to `pollFds`. Returns 0 or -104.
+    int getPollItems(PollFds& pollFds);
+    /// As AvmgrSubscriber::processEvent.
+    bool processEvent(const zmq_pollitem_t& item);
+
+private:
+    bool dispatch(unsigned kind, Json::Value& payload);
+
+    std::unique_ptr<NotificationSocket> socket;
+};

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <list>
+#include <utility>
+
+/// Lists of records inside a JSON object.
+namespace json_list {
+
+/// Writes element i of `records` into element i of `holder[key]`. An empty list writes no key at
+/// all, and surplus elements of a longer array that is already there stay.
+template <typename Record>
+void write(Json::Value& holder, const char* key, const std::list<Record>& records) {
+    if (records.empty()) {
+        return;
+    }
+    Json::Value& array = holder[key];
+    Json::ArrayIndex index = 0;
+    for (const Record& record : records) {
+        record.Serialize(array[index++]);
+    }
+}
+
+/// Replaces `records` by the elements of `holder[key]`, in array order. A missing key is added to
+/// `holder` as null and reads as an empty list, as does any value that has no elements.
+template <typename Record>
+void read(Json::Value& holder, const char* key, std::list<Record>& records) {
+    records.clear();
+    Json::Value& array = holder[key];
+    for (Json::ArrayIndex index = 0; index < array.size(); ++index) {
+        Record record;
+        record.Deserialize(array[index]);
+        records.push_back(std::move(record));
+    }
+}
+
+} // namespace json_list

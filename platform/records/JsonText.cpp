@@ -1,0 +1,77 @@
+#include "platform/records/JsonText.hpp"
+
+#include "platform/PlatformProtocol.hpp"
+
+#include <json/writer.h>
+
+#include <algorithm>
+#include <sstream>
+#include <utility>
+
+namespace {
+
+Json::StreamWriterBuilder compactWriterBuilder() {
+    Json::StreamWriterBuilder builder;
+    builder["commentStyle"] = "None";
+    builder["indentation"] = "";
+    return builder;
+}
+
+std::unique_ptr<Json::CharReader> makeStrictReader() {
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["stackLimit"] = JsonDecoder::kMaxDepth;
+    return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+}
+
+/// The library reports errors over several lines ("* Line 1, Column 2\n  Syntax error...\n").
+std::string onOneLine(const std::string& report) {
+    std::string line;
+    for (const char c : report) {
+        const bool blank = c == '\n' || c == ' ' || c == '*';
+        if (!blank) {
+            line += c;
+        } else if (!line.empty() && line.back() != ' ') {
+            line += ' ';
+        }
+    }
+    while (!line.empty() && line.back() == ' ') {
+        line.pop_back();
+    }
+    return line;
+}
+
+} // namespace
+
+std::string toCompactJson(const Json::Value& value) {
+    static const Json::StreamWriterBuilder builder = compactWriterBuilder();
+    const std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
+    std::ostringstream text;
+    writer->write(value, &text);
+    return std::move(text).str();
+}
+
+JsonDecoder::JsonDecoder() : reader(makeStrictReader()) {}
+JsonDecoder::~JsonDecoder() = default;
+
+std::string JsonDecoder::decodeObject(std::string_view text, Json::Value& object) {
+    if (text.size() > platform_protocol::kMaxFrameBytes) {
+        return "longer than " + std::to_string(platform_protocol::kMaxFrameBytes) + " bytes";
+    }
+    // The library takes a NUL for the end of the text and would not look at what follows it.
+    if (std::find(text.begin(), text.end(), '\0') != text.end()) {
+        return "not JSON: it holds a NUL byte";
+    }
+    std::string errors;
+    try {
+        if (!reader->parse(text.data(), text.data() + text.size(), &object, &errors)) {
+            return "not JSON: " + onOneLine(errors);
+        }
+    } catch (const Json::Exception&) {
+        return "nested deeper than " + std::to_string(kMaxDepth) + " levels";
+    }
+    if (!object.isObject()) {
+        return "not a JSON object";
+    }
+    return {};
+}

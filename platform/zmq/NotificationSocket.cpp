@@ -1,0 +1,121 @@
+#include "platform/zmq/NotificationSocket.hpp"
+
+#include "platform/PlatformProtocol.hpp"
+#include "platform/api/Logger.hpp"
+#include "platform/records/IpcMsg.hpp"
+
+#include <charconv>
+#include <exception>
+
+namespace {
+
+/// The kind that a topic frame names, if it is one in plain decimal digits.
+std::optional<unsigned> parseKind(std::string_view topic) {
+    unsigned kind = 0;
+    const char* const end = topic.data() + topic.size();
+    const auto [rest, error] = std::from_chars(topic.data(), end, kind);
+    if (topic.empty() || error != std::errc() || rest != end) {
+        return std::nullopt;
+    }
+    return kind;
+}
+
+} // namespace
+
+NotificationSocket::NotificationSocket(const char* serviceName, const char* endpointToUse)
+    : service(serviceName), endpoint(endpointToUse) {}
+
+int NotificationSocket::connect(zmq::context_t& context) {
+    try {
+        socket.emplace(context, zmq::socket_type::sub);
+        socket->connect(endpoint);
+    } catch (const zmq::error_t& error) {
+        socket.reset();
+        Logger::log(Logger::LOG_LEVEL_ERR, "%s: Error connecting to %s. Error [%d]::%s", service,
+                    endpoint, error.num(), error.what());
+        return platform_protocol::kErrorSocket;
+    }
+    return 0;
+}
+
+int NotificationSocket::subscribe(unsigned kind) {
+    if (!socket) {
+        return platform_protocol::kErrorSocket;
+    }
+    try {
+        socket->set(zmq::sockopt::subscribe, std::to_string(kind));
+    } catch (const zmq::error_t& error) {
+        Logger::log(Logger::LOG_LEVEL_ERR, "%s: Error subscribing to %u. Error [%d]::%s", service,
+                    kind, error.num(), error.what());
+        return platform_protocol::kErrorSocket;
+    }
+    return 0;
+}
+
+int NotificationSocket::addTo(PollFds& pollFds) {
+    return pollFds.addSocket(socket ? socket->handle() : nullptr, ZMQ_POLLIN);
+}
+
+bool NotificationSocket::owns(const zmq_pollitem_t& item) const {
+    return socket && item.socket == socket->handle();
+}
+
+void NotificationSocket::receive(const Dispatch& dispatch) {
+    try {
+        if (!socket->recv(kindFrame, zmq::recv_flags::dontwait)) {
+            return;
+        }
+        bool twoFrames = false;
+        if (kindFrame.more()) {
+            (void)socket->recv(messageFrame);
+            twoFrames = !messageFrame.more();
+            for (zmq::message_t surplus = zmq::message_t(); socket->get(zmq::sockopt::rcvmore);) {
+                (void)socket->recv(surplus);
+            }
+        }
+        handle(twoFrames, dispatch);
+    } catch (const zmq::error_t& error) {
+        // The wait for a later frame was interrupted or the context is going down.
+        Logger::log(Logger::LOG_LEVEL_ERR, "%s: Error receiving from %s. Error [%d]::%s", service,
+                    endpoint, error.num(), error.what());
+    }
+}
+
+void NotificationSocket::handle(bool twoFrames, const Dispatch& dispatch) {
+    if (!twoFrames) {
+        drop("it does not have two frames");
+        return;
+    }
+    const std::optional<unsigned> kind = parseKind(kindFrame.to_string_view());
+    if (!kind) {
+        drop("its kind is not a number");
+        return;
+    }
+    try {
+        Json::Value json;
+        if (const std::string reason = decoder.decodeObject(messageFrame.to_string_view(), json);
+            !reason.empty()) {
+            drop(reason);
+            return;
+        }
+        IpcMsg message;
+        message.Deserialize(json);
+        if (message.commandId != *kind) {
+            drop("its command_id is " + std::to_string(message.commandId));
+        } else if (!message.payload.isObject()) {
+            drop("its payload is not an object");
+        } else if (!dispatch(*kind, message.payload)) {
+            drop("there is no such kind");
+        }
+    } catch (const std::exception& error) {
+        drop(error.what());
+    }
+}
+
+void NotificationSocket::drop(const std::string& reason) {
+    // A topic of any length and content may come in; a line needs no more than its beginning.
+    constexpr std::size_t kShown = 32;
+    const std::string kind(kindFrame.to_string_view().substr(0, kShown));
+    Logger::log(Logger::LOG_LEVEL_ERR, "%s: notification %s dropped: %s", service, kind.c_str(),
+                reason.c_str());
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+/// A log file that is appended to and bounded in size: FILE is renamed to FILE.1, FILE.1 to FILE.2
+/// and so on before it grows beyond the limit, and what was FILE.3 goes. Not copied, one thread.
+class RotatingFile {
+public:
+    static constexpr std::size_t kMaxBytes = std::size_t{4} * 1024 * 1024;
+    static constexpr int kOldFiles = 3;
+
+    RotatingFile() = default;
+    ~RotatingFile();
+    RotatingFile(const RotatingFile&) = delete;
+    RotatingFile& operator=(const RotatingFile&) = delete;
+    RotatingFile(RotatingFile&&) = delete;
+    RotatingFile& operator=(RotatingFile&&) = delete;
+
+    /// Opens the file for appending, creating it if missing. Returns 0 or an errno value.
+    int open(std::string fileName);
+
+    /// Appends whole lines. Returns 0 or an errno value; lines that could not be written are lost,
+    /// and the file is opened again at a later call.
+    int append(std::string_view lines);
+
+    /// The open file's descriptor, -1 when there is none.
+    int fileDescriptor() const { return descriptor; }
+    const std::string& fileName() const { return name; }
+
+private:
+    int reopen();
+    int rotate();
+    void close();
+
+    std::string name;
+    int descriptor = -1;
+    std::size_t bytes = 0;
+    /// The last write ended inside a line.
+    bool torn = false;
+};

@@ -1,0 +1,118 @@
+#include "platform/api/ServerJsonApi.hpp"
+
+#include "platform/PlatformProtocol.hpp"
+#include "platform/api/Logger.hpp"
+#include "platform/records/JsonText.hpp"
+#include "platform/zmq/ReplyError.hpp"
+
+#include <exception>
+#include <utility>
+
+namespace {
+
+struct Reply {
+    std::uint32_t commandId = 0;
+    std::string commandName;
+    int result = 0;
+    Json::Value payload;
+    std::string error;
+};
+
+Reply refusal(Reply reply, const std::string& reason) {
+    reply.result = platform_protocol::kErrorMalformed;
+    reply.payload = Json::Value();
+    reply.error = reason;
+    return reply;
+}
+
+std::string encode(Reply reply) {
+    Json::Value json(Json::objectValue);
+    json["command_id"] = reply.commandId;
+    json["command_name"] = std::move(reply.commandName);
+    json["result"] = reply.result;
+    if (reply.payload.isNull()) {
+        reply.payload = Json::Value(Json::objectValue);
+    }
+    json["payload"] = std::move(reply.payload);
+    if (reply.result < 0) {
+        json["error"] = std::move(reply.error);
+    }
+    return toCompactJson(json);
+}
+
+} // namespace
+
+struct ServerJsonApi::State {
+    JsonDecoder decoder;
+    zmq::message_t frame;
+
+    /// Receives every frame of one request; the first stays in `frame`. False when there is none.
+    bool receive(zmq::socket_t& socket, bool& oneFrame) {
+        if (!socket.recv(frame, zmq::recv_flags::dontwait)) {
+            return false;
+        }
+        oneFrame = !frame.more();
+        for (zmq::message_t surplus; socket.get(zmq::sockopt::rcvmore);) {
+            (void)socket.recv(surplus);
+        }
+        return true;
+    }
+};
+
+ServerJsonApi::ServerJsonApi() : state(std::make_unique<State>()) {}
+ServerJsonApi::~ServerJsonApi() = default;
+
+int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
+    const auto answer = [this](bool oneFrame) -> Reply {
+        Reply reply;
+        if (!oneFrame) {
+            return refusal(reply, "The request holds several frames instead of one.");
+        }
+        Json::Value json;
+        const std::string reason = state->decoder.decodeObject(state->frame.to_string_view(), json);
+        if (!reason.empty()) {
+            return refusal(reply, "The request is " + reason + ".");
+        }
+        try {
+            IpcMsg request;
+            request.Deserialize(json);
+            reply.commandId = request.commandId;
+            getCommandDescription(request.commandId, reply.commandName);
+            bool replyWanted = true;
+            reply.result = ipcProcessMsg(request, reply.payload, replyWanted);
+            if (!replyWanted) {
+                reply.payload = Json::Value();
+            }
+        } catch (const Json::Exception& error) {
+            return refusal(reply, std::string("The request cannot be decoded: ") + error.what() +
+                                      ".");
+        }
+        if (reply.result < 0) {
+            reply.error = replyErrorSentence(reply.result);
+        }
+        return reply;
+    };
+
+    try {
+        bool oneFrame = false;
+        if (!state->receive(*socket, oneFrame)) {
+            return 0;
+        }
+        Reply reply = answer(oneFrame);
+        const int result = reply.result;
+        if (result < 0) {
+            Logger::log(Logger::LOG_LEVEL_WRN, "command %u (%s) refused with %d: %s",
+                        reply.commandId, reply.commandName.c_str(), result, reply.error.c_str());
+        } else {
+            Logger::log(Logger::LOG_LEVEL_DBG, "command %u (%s) carried out", reply.commandId,
+                        reply.commandName.c_str());
+        }
+        const std::string text = encode(std::move(reply));
+        // REP never waits: a reply whose client is gone or does not read is dropped.
+        (void)socket->send(zmq::buffer(text), zmq::send_flags::none);
+        return result;
+    } catch (const std::exception& error) {
+        Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
+        return platform_protocol::kErrorSocket;
+    }
+}

@@ -1,0 +1,81 @@
+#include "platform/api/StopDeadline.hpp"
+
+#include "platform/api/Logger.hpp"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <ctime>
+#include <system_error>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr std::int64_t kNever = INT64_MAX;
+constexpr long kTickNs = 10'000'000;
+constexpr std::int64_t kSecondNs = 1'000'000'000;
+
+// Used from signal handlers, so everything here is lock-free and plain.
+timer_t ticker{};
+std::atomic<bool> prepared{false};
+std::atomic<std::int64_t> endNs{kNever};
+std::atomic<int> status{0};
+static_assert(std::atomic<std::int64_t>::is_always_lock_free);
+
+std::int64_t nowNs() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * kSecondNs + now.tv_nsec;
+}
+
+extern "C" void onTick(int) {
+    if (nowNs() >= endNs) {
+        Logger::writeRemainderFromSignal();
+        ::_exit(status);
+    }
+}
+
+} // namespace
+
+void StopDeadline::prepare() {
+    if (prepared) {
+        return;
+    }
+    // No SA_RESTART: each tick is to interrupt whatever call the thread is blocked in.
+    struct sigaction action {};
+    action.sa_handler = onTick;
+    sigfillset(&action.sa_mask);
+    sigevent event{};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGALRM;
+    if (::sigaction(SIGALRM, &action, nullptr) != 0 ||
+        ::timer_create(CLOCK_MONOTONIC, &event, &ticker) != 0) {
+        throw std::system_error(errno, std::system_category(), "stop deadline");
+    }
+    prepared = true;
+}
+
+bool StopDeadline::armed() noexcept {
+    return endNs != kNever;
+}
+
+void StopDeadline::arm(int exitStatus, std::chrono::milliseconds limit) noexcept {
+    if (!prepared) {
+        return;
+    }
+    status = exitStatus;
+    bringForward(limit);
+    itimerspec every{};
+    every.it_interval.tv_nsec = kTickNs;
+    every.it_value.tv_nsec = kTickNs;
+    (void)::timer_settime(ticker, 0, &every, nullptr);
+}
+
+void StopDeadline::bringForward(std::chrono::milliseconds limit) noexcept {
+    const std::int64_t wanted = nowNs() + std::chrono::nanoseconds(limit).count();
+    if (wanted < endNs) {
+        endNs = wanted;
+    }
+}

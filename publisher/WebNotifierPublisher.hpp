@@ -1,0 +1,50 @@
+#pragma once
+
+#include "platform/records/IpcMsg.hpp"
+
+#include <cstddef>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <zmq.hpp>
+
+/// The remote consumers that asked to be informed, and the way of a message to them.
+///
+/// A consumer is known by its address alone: a ZeroMQ endpoint, used and compared byte for byte as
+/// it was given ("tcp://a:1" and "tcp://a:01" are two consumers). Each has one PUSH connection with
+/// the library's defaults. There is no automatic removal: a consumer that goes away stays, and
+/// messages for it queue up. One thread uses a publisher.
+class WebNotifierPublisher {
+public:
+    WebNotifierPublisher() = default;
+    /// Closes every connection; what is queued goes on leaving in the background.
+    virtual ~WebNotifierPublisher();
+    WebNotifierPublisher(const WebNotifierPublisher&) = delete;
+    WebNotifierPublisher& operator=(const WebNotifierPublisher&) = delete;
+    WebNotifierPublisher(WebNotifierPublisher&&) = delete;
+    WebNotifierPublisher& operator=(WebNotifierPublisher&&) = delete;
+
+    /// Registers a consumer. Returns 0 when it is registered afterwards, also when it was before;
+    /// -33, with a line in the log, when the address is no endpoint that can be connected or the
+    /// context has no socket left. Whether anybody listens there plays no part.
+    int addRemote(zmq::context_t& context, std::string& address);
+
+    /// Takes a consumer out, if it is there, and closes its connection. Returns 0.
+    int removeRemote(std::string& address);
+
+    /// Appends every address to `out`, in byte-wise ascending order. Returns 0.
+    int getRemoteServersList(std::list<std::string>& out);
+
+    /// Sends `message` as one frame of compact JSON to the consumer registered as `target`, or to
+    /// every consumer, in the order of their addresses, when `target` is empty. Waits while a
+    /// consumer's queue is full. A failed send is logged and skipped. The payload is moved out of
+    /// the message. Returns 0.
+    int publishMessage(IpcMsg& message, std::string target);
+
+    bool hasRemotes() const { return !remotes.empty(); }
+
+private:
+    std::map<std::string, std::unique_ptr<zmq::socket_t>> remotes;
+};
