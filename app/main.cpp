@@ -3,11 +3,11 @@
 #include "platform/api/Logger.hpp"
 #include "platform/api/StopDeadline.hpp"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-
-#include <unistd.h>
 
 namespace {
 
@@ -40,8 +40,7 @@ bool readOptions(int argc, char** argv, Options& options) {
 void printUsage(const char* program) {
     std::fprintf(stderr, "%s\n    [-L <log_filename>] [-l <log_level 0..7>] [-s]\n\n", program);
     std::fprintf(stderr, "  -L <log_filename>        : file to log debug output to\n");
-    std::fprintf(stderr,
-                 "  -l <log_level>           : 2=ERR 3=WRN 4=NTF 5=INF, 6=DBG 7=VERBOSE\n");
+    std::fprintf(stderr, "  -l <log_level>           : 2=ERR 3=WRN 4=NTF 5=INF, 6=DBG 7=VERBOSE\n");
 }
 
 } // namespace

@@ -9,8 +9,8 @@ int WebNotifierHandler::publishAllDeviceStatus(std::string remote) {
         return CHK(code);
     }
     IpcMsg message;
-    if (const int code =
-            WebNotifierPublishCommand::getCommandStr(WebNotifierPublishCommand::status_all, message);
+    if (const int code = WebNotifierPublishCommand::getCommandStr(
+            WebNotifierPublishCommand::status_all, message);
         code < 0) {
         return CHK(code);
     }

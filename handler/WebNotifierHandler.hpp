@@ -9,9 +9,9 @@
 #include "platform/api/ZatPmcSubscriber.hpp"
 #include "publisher/WebNotifierPublisher.hpp"
 
-#include <string>
-
 #include <zmq.hpp>
+
+#include <string>
 
 /// The centre of the service: at once the server of the JSON commands and the subscriber to every
 /// platform service. It keeps the device status document current and publishes what changed.

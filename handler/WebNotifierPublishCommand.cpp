@@ -5,8 +5,7 @@
 #include <map>
 #include <string>
 
-int WebNotifierPublishCommand::getCommandStr(webnotifier_publish_command_id_t id,
-                                             IpcMsg& message) {
+int WebNotifierPublishCommand::getCommandStr(webnotifier_publish_command_id_t id, IpcMsg& message) {
     static const std::map<unsigned int, std::string> names = {
         {status_all, "status-all"},
         {status_session, "status-session"},

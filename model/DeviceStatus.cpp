@@ -3,54 +3,68 @@
 #include "platform/records/JsonList.hpp"
 #include "platform/records/JsonMember.hpp"
 
+namespace {
+constexpr JsonKey kSeverity{"severity"};
+constexpr JsonKey kDescription{"description"};
+constexpr JsonKey kType{"type"};
+constexpr JsonKey kId{"id"};
+constexpr JsonKey kAlarms{"alarms"};
+constexpr JsonKey kNmosId{"nmos_id"};
+constexpr JsonKey kDeviceId{"device_id"};
+constexpr JsonKey kStream{"stream"};
+constexpr JsonKey kSessions{"sessions"};
+constexpr JsonKey kPtp{"ptp"};
+constexpr JsonKey kEths{"eths"};
+} // namespace
+
 void StreamAlarmData::Serialize(Json::Value& out) const {
-    out["severity"] = severity;
-    out["description"] = description;
-    out["type"] = type;
+    out[kSeverity] = severity;
+    out[kDescription] = description;
+    out[kType] = type;
 }
 
 void StreamAlarmData::Deserialize(Json::Value& in) {
-    severity = json_member::text(in, "severity", "warning");
-    description = json_member::text(in, "description");
-    type = json_member::signed32(in, "type");
+    severity = json_member::text(in, kSeverity, "warning");
+    description = json_member::text(in, kDescription);
+    type = json_member::signed32(in, kType);
 }
 
 void StreamStatusData::Serialize(Json::Value& out) const {
-    out["id"] = Json::UInt64{id};
-    json_list::write(out, "alarms", alarms);
+    out[kId] = Json::UInt64{id};
+    json_list::write(out, kAlarms, alarms);
 }
 
 void StreamStatusData::Deserialize(Json::Value& in) {
-    id = json_member::unsigned64(in, "id");
-    json_list::read(in, "alarms", alarms);
+    id = json_member::unsigned64(in, kId);
+    json_list::read(in, kAlarms, alarms);
 }
 
 void SessionStatusData::Serialize(Json::Value& out) const {
-    out["id"] = Json::UInt64{id};
-    out["nmos_id"] = nmosId;
-    out["device_id"] = deviceId;
-    json_list::write(out, "alarms", alarms);
-    json_list::write(out, "stream", streams);
+    out[kId] = Json::UInt64{id};
+    out[kNmosId] = nmosId;
+    out[kDeviceId] = deviceId;
+    json_list::write(out, kAlarms, alarms);
+    json_list::write(out, kStream, streams);
 }
 
 void SessionStatusData::Deserialize(Json::Value& in) {
-    id = json_member::unsigned64(in, "id");
-    nmosId = json_member::text(in, "nmos_id");
-    deviceId = json_member::text(in, "device_id");
-    json_list::read(in, "alarms", alarms);
-    json_list::read(in, "stream", streams);
+    id = json_member::unsigned64(in, kId);
+    nmosId = json_member::text(in, kNmosId);
+    deviceId = json_member::text(in, kDeviceId);
+    json_list::read(in, kAlarms, alarms);
+    json_list::read(in, kStream, streams);
 }
 
 void WebNotifierDeviceStatus::Serialize(Json::Value& out) const {
-    json_list::write(out, "sessions", sessions);
-    ptp.Serialize(out["ptp"]);
-    out["device_id"] = deviceId;
-    json_list::write(out, "eths", eths);
+    json_list::write(out, kSessions, sessions);
+    ptp.Serialize(out[kPtp]);
+    out[kDeviceId] = deviceId;
+    json_list::write(out, kEths, eths);
 }
 
 void WebNotifierDeviceStatus::Deserialize(Json::Value& in) {
-    json_list::read(in, "sessions", sessions);
-    ptp.Deserialize(in["ptp"]);
-    deviceId = json_member::text(in, "device_id");
-    json_list::read(in, "eths", eths);
+    json_list::read(in, kSessions, sessions);
+    ptp.Deserialize(in[kPtp]);
+    deviceId = json_member::text(in, kDeviceId);
+    json_list::read(in, kEths, eths);
 }

@@ -2,13 +2,13 @@
 
 #include "platform/records/IpcMsg.hpp"
 
+#include <zmq.hpp>
+
 #include <cstddef>
 #include <list>
 #include <map>
 #include <memory>
 #include <string>
-
-#include <zmq.hpp>
 
 /// The remote consumers that asked to be informed, and the way of a message to them.
 ///

@@ -6,9 +6,9 @@
 #include "platform/records/AdvSessionEntry.hpp"
 #include "platform/session/SessionConfigData.hpp"
 
-#include <memory>
-
 #include <zmq.hpp>
+
+#include <memory>
 
 class NotificationSocket;
 
@@ -43,8 +43,8 @@ public:
     int init(zmq::context_t& context, PollFds& pollFds);
     /// Asks for one kind of notification. Returns 0 or -103.
     int subscribe(AvmgrPublisher::avmgr_notifications_t kind);
-    /// True when `item` is this subscriber's own; one notification has then been read and passed to
-    /// its callback.
+    /// True when `item` is this subscriber's own; the notifications that were there, up to a bound,
+    /// have then been read and passed to their callbacks.
     bool processEvent(const zmq_pollitem_t& item);
 
 private:

@@ -1,11 +1,10 @@
 #pragma once
 
 #include <json/value.h>
+#include <zmq.hpp>
 
 #include <memory>
 #include <string>
-
-#include <zmq.hpp>
 
 /// The base of a client of another service's JSON commands, one synchronous request at a time.
 ///

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <zmq.h>
+
 #include <cstddef>
 #include <vector>
-
-#include <zmq.h>
 
 /// The poll set: everything that the event loop waits for, in the order in which it was added.
 class PollFds {

@@ -4,14 +4,16 @@
 
 #include <csignal>
 
-/// Signal catching. SIGTERM, SIGINT and, unless it is ignored, SIGHUP ask the process to stop: they
-/// set the stop flag, make a descriptor in the poll set readable (so that one which arrives between
-/// a look at the flag and the wait is not lost) and interrupt the call in progress. They also start
-/// the StopDeadline, so that a blocked call cannot hold up the stop. At most one object at a time.
+/// Signal catching, and the process's limits. SIGTERM, SIGINT and, unless it is ignored, SIGHUP ask
+/// the process to stop: they set the stop flag, make a descriptor in the poll set readable (so that
+/// one which arrives between a look at the flag and the wait is not lost) and interrupt the call in
+/// progress. They also start the StopDeadline, so that a blocked call cannot hold up the stop. At
+/// most one object at a time.
 class ProcessBasics {
 public:
-    /// Begins to catch signals and adds the descriptor to `pollFds`. Throws std::system_error when
-    /// the system refuses the descriptor.
+    /// Begins to catch signals, adds the descriptor to `pollFds` and allows the process as many
+    /// open files as its hard limit. Throws std::system_error when the system refuses the
+    /// descriptor.
     explicit ProcessBasics(PollFds& pollFds);
     /// Restores signal handling if tearDownCatchSignals was not called.
     ~ProcessBasics();

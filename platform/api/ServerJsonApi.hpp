@@ -2,10 +2,10 @@
 
 #include "platform/records/IpcMsg.hpp"
 
+#include <zmq.hpp>
+
 #include <memory>
 #include <string>
-
-#include <zmq.hpp>
 
 /// The base of a server of JSON commands on a ZeroMQ REP socket.
 ///

@@ -21,8 +21,8 @@ public:
     /// Sets up what arm() needs. Throws std::system_error when the system refuses the timer.
     static void prepare();
 
-    /// The process ends with `exitStatus` after `limit` at the latest, earlier if an earlier end was
-    /// set before. Does nothing without prepare(). Async-signal-safe.
+    /// The process ends with `exitStatus` after `limit` at the latest, earlier if an earlier end
+    /// was set before. Does nothing without prepare(). Async-signal-safe.
     static void arm(int exitStatus, std::chrono::milliseconds limit) noexcept;
 
     /// Whether arm() has been called. Async-signal-safe.

@@ -5,10 +5,9 @@
 #include "platform/records/SysParametersDynamic.hpp"
 
 #include <json/value.h>
+#include <zmq.hpp>
 
 #include <memory>
-
-#include <zmq.hpp>
 
 class NotificationSocket;
 

@@ -5,9 +5,9 @@
 #include "platform/records/PtpCommonInfo.hpp"
 #include "platform/records/ZatPmcPtpCfg.hpp"
 
-#include <memory>
-
 #include <zmq.hpp>
+
+#include <memory>
 
 class NotificationSocket;
 

@@ -2,14 +2,20 @@
 
 #include "platform/records/JsonMember.hpp"
 
+namespace {
+constexpr JsonKey kId{"id"};
+constexpr JsonKey kName{"name"};
+constexpr JsonKey kSdp{"sdp"};
+} // namespace
+
 void AdvSessionEntry::Serialize(Json::Value& out) const {
-    out["id"] = Json::UInt64{id};
-    out["name"] = name;
-    out["sdp"] = sdp;
+    out[kId] = Json::UInt64{id};
+    out[kName] = name;
+    out[kSdp] = sdp;
 }
 
 void AdvSessionEntry::Deserialize(Json::Value& in) {
-    id = json_member::unsigned64(in, "id");
-    name = json_member::text(in, "name");
-    sdp = json_member::text(in, "sdp");
+    id = json_member::unsigned64(in, kId);
+    name = json_member::text(in, kName);
+    sdp = json_member::text(in, kSdp);
 }

@@ -5,9 +5,9 @@
 #include <utility>
 
 namespace {
-constexpr const char* kCommandId = "command_id";
-constexpr const char* kCommandName = "command_name";
-constexpr const char* kPayload = "payload";
+constexpr JsonKey kCommandId{"command_id"};
+constexpr JsonKey kCommandName{"command_name"};
+constexpr JsonKey kPayload{"payload"};
 } // namespace
 
 void IpcMsg::Serialize(Json::Value& out) const {

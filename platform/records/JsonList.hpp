@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/records/JsonKey.hpp"
+
 #include <json/value.h>
 
 #include <list>
@@ -11,7 +13,7 @@ namespace json_list {
 /// Writes element i of `records` into element i of `holder[key]`. An empty list writes no key at
 /// all, and surplus elements of a longer array that is already there stay.
 template <typename Record>
-void write(Json::Value& holder, const char* key, const std::list<Record>& records) {
+void write(Json::Value& holder, JsonKey key, const std::list<Record>& records) {
     if (records.empty()) {
         return;
     }
@@ -25,7 +27,7 @@ void write(Json::Value& holder, const char* key, const std::list<Record>& record
 /// Replaces `records` by the elements of `holder[key]`, in array order. A missing key is added to
 /// `holder` as null and reads as an empty list, as does any value that has no elements.
 template <typename Record>
-void read(Json::Value& holder, const char* key, std::list<Record>& records) {
+void read(Json::Value& holder, JsonKey key, std::list<Record>& records) {
     records.clear();
     Json::Value& array = holder[key];
     for (Json::ArrayIndex index = 0; index < array.size(); ++index) {

@@ -1,62 +1,63 @@
 #pragma once
 
+#include "platform/records/JsonKey.hpp"
+
 #include <json/value.h>
 
 #include <concepts>
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 /// Reading one member of a JSON object, as `Json::Value::get` with a default does, without get's
 /// copy of the value. A key that is missing yields the default; one that is present is converted by
 /// the library, which raises Json::LogicError where it cannot. Null converts to "", 0 and false.
 namespace json_member {
 
-inline const Json::Value* find(const Json::Value& object, std::string_view key) {
-    return object.find(key.data(), key.data() + key.size());
+inline const Json::Value* find(const Json::Value& object, JsonKey key) {
+    return object.find(key.begin(), key.end());
 }
 
-inline std::string text(const Json::Value& object, std::string_view key, const char* absent = "") {
+inline std::string text(const Json::Value& object, JsonKey key, const char* absent = "") {
     const Json::Value* value = find(object, key);
     return value != nullptr ? value->asString() : std::string(absent);
 }
 
-inline bool boolean(const Json::Value& object, std::string_view key) {
+inline bool boolean(const Json::Value& object, JsonKey key) {
     const Json::Value* value = find(object, key);
     return value != nullptr && value->asBool();
 }
 
-inline double real(const Json::Value& object, std::string_view key) {
+inline double real(const Json::Value& object, JsonKey key) {
     const Json::Value* value = find(object, key);
     return value != nullptr ? value->asDouble() : 0.0;
 }
 
 /// Ids and other unsigned 64-bit numbers; a negative number is refused.
-inline std::uint64_t unsigned64(const Json::Value& object, std::string_view key) {
+inline std::uint64_t unsigned64(const Json::Value& object, JsonKey key) {
     const Json::Value* value = find(object, key);
     return value != nullptr ? value->asUInt64() : 0;
 }
 
-inline std::int64_t signed64(const Json::Value& object, std::string_view key) {
+inline std::int64_t signed64(const Json::Value& object, JsonKey key) {
     const Json::Value* value = find(object, key);
     return value != nullptr ? value->asInt64() : 0;
 }
 
 /// The library's signed 32-bit conversion: a number outside 32 bits is refused.
-inline int signed32(const Json::Value& object, std::string_view key, int absent = 0) {
+inline int signed32(const Json::Value& object, JsonKey key, int absent = 0) {
     const Json::Value* value = find(object, key);
     return value != nullptr ? value->asInt() : absent;
 }
 
 /// The library's unsigned 32-bit conversion: a negative number or one above 32 bits is refused.
-inline unsigned unsigned32(const Json::Value& object, std::string_view key, unsigned absent = 0) {
+inline unsigned unsigned32(const Json::Value& object, JsonKey key, unsigned absent = 0) {
     const Json::Value* value = find(object, key);
     return value != nullptr ? value->asUInt() : absent;
 }
 
 /// Any integer of up to 64 bits, cut down to the width of `T`.
 template <std::integral T>
-T truncated(const Json::Value& object, std::string_view key) {
+T truncated(const Json::Value& object, JsonKey key) {
     static_assert(sizeof(T) < sizeof(std::int64_t));
     const Json::Value* value = find(object, key);
     if (value == nullptr) {

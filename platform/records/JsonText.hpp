@@ -13,9 +13,9 @@ std::string toCompactJson(const Json::Value& value);
 
 /// Reads JSON texts that come from outside the process.
 ///
-/// A text is at most platform_protocol::kMaxFrameBytes long. Only what RFC 8259 calls JSON is taken: no comments, no trailing commas, no duplicate keys,
-/// nothing after the value. One decoder may read any number of texts; it is not shared between
-/// threads.
+/// A text is at most platform_protocol::kMaxFrameBytes long. Only what RFC 8259 calls JSON is
+/// taken: no comments, no trailing commas, no duplicate keys, nothing after the value. One decoder
+/// may read any number of texts; it is not shared between threads.
 class JsonDecoder {
 public:
     /// Objects and arrays may nest this deep; the deepest message of the system nests 7 levels.

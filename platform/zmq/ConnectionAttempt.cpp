@@ -9,8 +9,8 @@ namespace {
 
 constexpr int kSucceeded = ZMQ_EVENT_HANDSHAKE_SUCCEEDED;
 constexpr int kFailed = ZMQ_EVENT_CLOSED | ZMQ_EVENT_CONNECT_RETRIED | ZMQ_EVENT_DISCONNECTED |
-                        ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
-                        ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
+                        ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL |
+                        ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
 
 /// A name that no address of a consumer can be prepared to clash with.
 std::string freshMonitorEndpoint() {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <chrono>
-
 #include <zmq.hpp>
+
+#include <chrono>
 
 /// Connects `socket`, which must be new, to `endpoint` and waits until the attempt is decided:
 /// true when the connection stands, false when it was refused or `limit` has passed. On loopback

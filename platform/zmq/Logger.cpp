@@ -2,6 +2,10 @@
 
 #include "platform/zmq/RotatingFile.hpp"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -13,10 +17,6 @@
 #include <ctime>
 #include <string_view>
 #include <utility>
-
-#include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
 
 namespace {
 
@@ -96,10 +96,9 @@ std::size_t formatHead(LogState& state, int level, char* line, std::size_t size)
                             &utc);
     }
     constexpr long kNanosecondsInMillisecond = 1'000'000;
-    const int length =
-        std::snprintf(line, size, "%s.%03ldZ %s %s: ", state.secondText.data(),
-                      now.tv_nsec / kNanosecondsInMillisecond, levelName(level),
-                      state.processName.c_str());
+    const int length = std::snprintf(line, size, "%s.%03ldZ %s %s: ", state.secondText.data(),
+                                     now.tv_nsec / kNanosecondsInMillisecond, levelName(level),
+                                     state.processName.c_str());
     return length > 0 ? std::min(static_cast<std::size_t>(length), size - 1) : 0;
 }
 

@@ -61,24 +61,33 @@ bool NotificationSocket::owns(const zmq_pollitem_t& item) const {
 }
 
 void NotificationSocket::receive(const Dispatch& dispatch) {
+    // Several at a time: each return to the event loop costs a look at every socket. Not all of
+    // them: a flood must not keep the other sockets and the stop flag waiting.
+    constexpr int kAtOnce = 32;
     try {
-        if (!socket->recv(kindFrame, zmq::recv_flags::dontwait)) {
-            return;
+        for (int received = 0; received < kAtOnce && receiveOne(dispatch); ++received) {
         }
-        bool twoFrames = false;
-        if (kindFrame.more()) {
-            (void)socket->recv(messageFrame);
-            twoFrames = !messageFrame.more();
-            for (zmq::message_t surplus = zmq::message_t(); socket->get(zmq::sockopt::rcvmore);) {
-                (void)socket->recv(surplus);
-            }
-        }
-        handle(twoFrames, dispatch);
     } catch (const zmq::error_t& error) {
         // The wait for a later frame was interrupted or the context is going down.
         Logger::log(Logger::LOG_LEVEL_ERR, "%s: Error receiving from %s. Error [%d]::%s", service,
                     endpoint, error.num(), error.what());
     }
+}
+
+bool NotificationSocket::receiveOne(const Dispatch& dispatch) {
+    if (!socket->recv(kindFrame, zmq::recv_flags::dontwait)) {
+        return false;
+    }
+    bool twoFrames = false;
+    if (kindFrame.more()) {
+        (void)socket->recv(messageFrame);
+        twoFrames = !messageFrame.more();
+        for (zmq::message_t surplus; socket->get(zmq::sockopt::rcvmore);) {
+            (void)socket->recv(surplus);
+        }
+    }
+    handle(twoFrames, dispatch);
+    return true;
 }
 
 void NotificationSocket::handle(bool twoFrames, const Dispatch& dispatch) {

@@ -33,12 +33,13 @@ public:
     /// Whether `item` is this socket.
     bool owns(const zmq_pollitem_t& item) const;
 
-    /// Receives one notification, if there is one, and dispatches it. One that cannot be decoded
-    /// is dropped with one line at level 2 that names the service, the kind and the reason. Never
-    /// throws on account of a notification.
+    /// Receives the notifications that are there, up to a bound, and dispatches them in order. One
+    /// that cannot be decoded is dropped with one line at level 2 that names the service, the kind
+    /// and the reason. Never waits, never throws on account of a notification.
     void receive(const Dispatch& dispatch);
 
 private:
+    bool receiveOne(const Dispatch& dispatch);
     void handle(bool twoFrames, const Dispatch& dispatch);
     void drop(const std::string& reason);
 

@@ -3,6 +3,8 @@
 #include "platform/api/StopDeadline.hpp"
 
 #include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -10,8 +12,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <system_error>
-
-#include <unistd.h>
 
 namespace {
 
@@ -61,13 +61,25 @@ void catchSignals() {
     ::pthread_sigmask(SIG_UNBLOCK, &needed, nullptr);
 }
 
+/// Each consumer takes two descriptors; with the customary limit of 1024 they would run out before
+/// the sockets of the context do.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        (void)::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
 } // namespace
 
-ProcessBasics::ProcessBasics(PollFds& pollFds) : descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+ProcessBasics::ProcessBasics(PollFds& pollFds)
+    : descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (descriptor < 0) {
         throw std::system_error(errno, std::system_category(), "signal descriptor");
     }
     StopDeadline::prepare();
+    raiseDescriptorLimit();
     stopFlag = false;
     wakeDescriptor = descriptor;
     pollFds.addFd(descriptor, ZMQ_POLLIN);

@@ -1,13 +1,12 @@
 #include "platform/zmq/RotatingFile.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <utility>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 RotatingFile::~RotatingFile() {
     close();
@@ -21,8 +20,8 @@ int RotatingFile::open(std::string fileName) {
 int RotatingFile::reopen() {
     close();
     constexpr mode_t kReadableByAll = 0644;
-    descriptor = ::open(name.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY,
-                        kReadableByAll);
+    descriptor =
+        ::open(name.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, kReadableByAll);
     if (descriptor < 0) {
         return errno;
     }

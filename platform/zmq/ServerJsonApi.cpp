@@ -18,10 +18,14 @@ struct Reply {
     std::string error;
 };
 
-Reply refusal(Reply reply, const std::string& reason) {
+/// `reason` comes from the decoder or the JSON library, with or without its full stop.
+Reply refusal(Reply reply, std::string reason) {
+    if (reason.back() != '.') {
+        reason += '.';
+    }
     reply.result = platform_protocol::kErrorMalformed;
     reply.payload = Json::Value();
-    reply.error = reason;
+    reply.error = std::move(reason);
     return reply;
 }
 
@@ -71,7 +75,7 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
         Json::Value json;
         const std::string reason = state->decoder.decodeObject(state->frame.to_string_view(), json);
         if (!reason.empty()) {
-            return refusal(reply, "The request is " + reason + ".");
+            return refusal(reply, "The request is " + reason);
         }
         try {
             IpcMsg request;
@@ -84,8 +88,7 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
                 reply.payload = Json::Value();
             }
         } catch (const Json::Exception& error) {
-            return refusal(reply, std::string("The request cannot be decoded: ") + error.what() +
-                                      ".");
+            return refusal(reply, std::string("The request cannot be decoded: ") + error.what());
         }
         if (reply.result < 0) {
             reply.error = replyErrorSentence(reply.result);

@@ -2,14 +2,14 @@
 
 #include "platform/api/Logger.hpp"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <ctime>
 #include <system_error>
-
-#include <unistd.h>
 
 namespace {
 

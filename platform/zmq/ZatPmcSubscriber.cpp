@@ -20,8 +20,8 @@ int ZatPmcSubscriber::init(zmq::context_t& context, PollFds& pollFds) {
 }
 
 int ZatPmcSubscriber::subscribeAll() {
-    for (const auto kind : {ZatPmcPublisher::zat_pmc_status_change,
-                            ZatPmcPublisher::zat_pmc_configuration_change}) {
+    for (const auto kind :
+         {ZatPmcPublisher::zat_pmc_status_change, ZatPmcPublisher::zat_pmc_configuration_change}) {
         if (const int code = socket->subscribe(kind); code < 0) {
             return code;
         }

@@ -1,15 +1,14 @@
 #include "tests/support/ChildProcess.hpp"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
-
-#include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
 
 namespace {
 
@@ -129,8 +128,8 @@ void ChildProcess::readStreams() {
 bool ChildProcess::waitFor(Stream& stream, const std::string& text, int times,
                            std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex);
-    changed.wait_for(
-        lock, limit, [&] { return countOf(stream.text, text) >= times || !stream.open; });
+    changed.wait_for(lock, limit,
+                     [&] { return countOf(stream.text, text) >= times || !stream.open; });
     return countOf(stream.text, text) >= times;
 }
 

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <json/value.h>
+#include <zmq.hpp>
 
 #include <chrono>
 #include <optional>
 #include <string>
-
-#include <zmq.hpp>
 
 /// A client of the command interface.
 class CommandClient {
@@ -14,9 +13,8 @@ public:
     explicit CommandClient(zmq::context_t& context);
 
     /// Sends one frame and returns the reply's text; nothing after `limit`.
-    std::optional<std::string>
-    exchange(const std::string& body,
-             std::chrono::milliseconds limit = std::chrono::seconds(10));
+    std::optional<std::string> exchange(const std::string& body,
+                                        std::chrono::milliseconds limit = std::chrono::seconds(10));
 
     /// Sends a well-formed request and returns the parsed reply; null when none came.
     Json::Value request(unsigned commandId, const Json::Value& payload = Json::Value());

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <json/value.h>
+#include <zmq.hpp>
 
 #include <chrono>
 #include <optional>
 #include <string>
-
-#include <zmq.hpp>
 
 /// A remote consumer: a PULL socket on a free port of the loopback interface.
 class Consumer {
