@@ -1,0 +1,65 @@
+# Short names for what CMake, CTest and the project's scripts do; `make help` lists them.
+
+# A preset of CMakePresets.json, and how many jobs run at a time.
+PRESET ?= release
+JOBS ?= $(shell nproc)
+# Where `make install` puts things; DESTDIR, if given, stands before it.
+PREFIX ?= /usr/local
+
+CHECKED_SOURCES = git ls-files '*.cpp' '*.hpp'
+SHELL_SCRIPTS = grep -lE '^\#!.*/(env )?(ba)?sh' $$(git ls-files)
+
+.DEFAULT_GOAL := build
+.PHONY: help setup setup-test setup-ci build demo test sanitize format lint format-check shellcheck \
+        tidy install clean
+
+help: ## List the targets
+	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' Makefile
+
+setup:
+	@packaging/install-dependencies build
+
+build: setup ## Build the programs into build/bin (the default)
+	@cmake --preset $(PRESET)
+	@cmake --build --preset $(PRESET) -j $(JOBS) --target programs
+
+demo: build ## Play a device's day: simulated device, service and one consumer
+	@tools/demo/demo build/bin
+
+test: setup-test ## Build everything, then run every test
+	@cmake --preset $(PRESET)
+	@cmake --build --preset $(PRESET) -j $(JOBS)
+	@ctest --preset $(PRESET) -j $(JOBS)
+
+setup-test:
+	@packaging/install-dependencies build test
+
+setup-ci:
+	@packaging/install-dependencies build test ci
+
+sanitize: ## Run every test under the address and undefined-behaviour sanitizers
+	@$(MAKE) --no-print-directory test PRESET=sanitize
+
+format: setup-ci ## Lay out every source as .clang-format says
+	@$(CHECKED_SOURCES) | xargs clang-format -i
+
+lint: format-check shellcheck tidy ## Check layout, shell scripts and sources; report every finding
+
+format-check: setup-ci
+	@$(CHECKED_SOURCES) | xargs clang-format --dry-run -Werror
+
+shellcheck: setup-ci
+	@shellcheck $$($(SHELL_SCRIPTS))
+
+# The tool counts what it leaves out on standard error and names each file on standard output;
+# only findings are of interest.
+tidy: setup-ci
+	@cmake --preset $(PRESET) >/dev/null
+	@run-clang-tidy -quiet -p build -j $(JOBS) >build/tidy.log 2>&1 || \
+	    { grep -vE '^(clang-tidy|[0-9]+ warnings? )' build/tidy.log; exit 1; }
+
+install: build ## Install under PREFIX (/usr/local), with DESTDIR before it
+	@cmake --install build --prefix $(PREFIX)
+
+clean: ## Remove what was built
+	@rm -rf build build-sanitize dist
