@@ -7,7 +7,7 @@ JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 
 CHECKED_SOURCES = git ls-files '*.cpp' '*.hpp'
-SHELL_SCRIPTS = grep -lE '^\#!.*/(env )?(ba)?sh' $$(git ls-files)
+SHELL_SCRIPTS = grep -lE '^\#!.*[/ ](ba)?sh$$' $$(git ls-files)
 
 .DEFAULT_GOAL := build
 .PHONY: help setup setup-test setup-ci build demo test sanitize format lint format-check shellcheck \

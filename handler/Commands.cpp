@@ -45,8 +45,8 @@ int WebNotifierHandler::ipcProcessMsg(IpcMsg& request, Json::Value& reply, bool&
             return CHK(code);
         }
         Json::ArrayIndex index = 0;
-        for (std::string& address : addresses) {
-            reply["remote"][index++] = std::move(address);
+        for (const std::string& address : addresses) {
+            reply["remote"][index++] = address;
         }
         return 0;
     }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <list>
+#include <utility>
 
 namespace {
 
@@ -41,10 +42,9 @@ int WebNotifierHandler::zatPmcPtpConfigChangeEvent(ZatPmcPtpCfg& config) {
     ptp.cfgSetting3 = config.cfgSetting3;
     ptp.cfgFlag = config.cfgFlag != 0;
     for (const ZatPmcPtpPortCfg& configured : config.ports) {
-        // Signed against unsigned: a negative number, configured as 128 or more, matches no port.
-        const int portNumber = configured.portNumber;
         for (PtpBasePortInfo& port : ptp.ports) {
-            if (portNumber == port.portNumber) {
+            // Signed against unsigned: a negative number, configured as 128 or more, matches none.
+            if (std::cmp_equal(configured.portNumber, port.portNumber)) {
                 port.portSetting1 = configured.portSetting1;
                 port.portSetting2 = configured.portSetting2;
                 port.portSetting3 = configured.portSetting3;

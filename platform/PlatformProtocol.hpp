@@ -25,7 +25,7 @@ inline constexpr const char* kNmosGetDeviceInfoName = "GET device info";
 inline constexpr int kNmosAnswerTimeoutMs = 1000;
 
 /// Requests and notifications beyond this size are refused, bytes.
-inline constexpr std::size_t kMaxFrameBytes = 1024 * 1024;
+inline constexpr std::size_t kMaxFrameBytes = std::size_t{1024} * 1024;
 
 /// A message cannot be decoded.
 inline constexpr int kErrorMalformed = -101;

@@ -3,6 +3,8 @@
 #include "publisher/SharedFrame.hpp"
 #include "publisher/WebNotifierPublisher.hpp"
 
+// The interface takes the target by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int WebNotifierPublisher::publishMessage(IpcMsg& message, std::string target) {
     Json::Value json;
     message.moveInto(json);

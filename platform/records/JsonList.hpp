@@ -30,6 +30,8 @@ template <typename Record>
 void read(Json::Value& holder, JsonKey key, std::list<Record>& records) {
     records.clear();
     Json::Value& array = holder[key];
+    // By index: an iterator would also walk the members of an object, which the index refuses.
+    // NOLINTNEXTLINE(modernize-loop-convert)
     for (Json::ArrayIndex index = 0; index < array.size(); ++index) {
         Record record;
         record.Deserialize(array[index]);

@@ -32,14 +32,14 @@ Reply refusal(Reply reply, std::string reason) {
 std::string encode(Reply reply) {
     Json::Value json(Json::objectValue);
     json["command_id"] = reply.commandId;
-    json["command_name"] = std::move(reply.commandName);
+    json["command_name"] = reply.commandName;
     json["result"] = reply.result;
     if (reply.payload.isNull()) {
         reply.payload = Json::Value(Json::objectValue);
     }
     json["payload"] = std::move(reply.payload);
     if (reply.result < 0) {
-        json["error"] = std::move(reply.error);
+        json["error"] = reply.error;
     }
     return toCompactJson(json);
 }
