@@ -1,26 +1,26 @@
 #include "platform/session/SessionConfigData.hpp"
 
+#include "platform/records/JsonKey.hpp"
 #include "platform/records/JsonList.hpp"
 #include "platform/records/JsonMember.hpp"
 
-void StreamData::Serialize(Json::Value& out) const {
-    out["id"] = Json::UInt64{id};
-}
-
-void StreamData::Deserialize(Json::Value& in) {
-    id = json_member::unsigned64(in, "id");
-}
+namespace {
+constexpr JsonKey kId{"id"};
+constexpr JsonKey kNmosId{"nmos_id"};
+constexpr JsonKey kAudio{"audio"};
+constexpr JsonKey kVideo{"video"};
+} // namespace
 
 void SessionConfigData::Serialize(Json::Value& out) const {
-    out["id"] = Json::UInt64{id};
-    out["nmos_id"] = nmosId;
-    json_list::write(out, "audio", audio);
-    json_list::write(out, "video", video);
+    out[kId] = Json::UInt64{id};
+    out[kNmosId] = nmosId;
+    json_list::write(out, kAudio, audio);
+    json_list::write(out, kVideo, video);
 }
 
 void SessionConfigData::Deserialize(Json::Value& in) {
-    id = json_member::unsigned64(in, "id");
-    nmosId = json_member::text(in, "nmos_id");
-    json_list::read(in, "audio", audio);
-    json_list::read(in, "video", video);
+    id = json_member::unsigned64(in, kId);
+    nmosId = json_member::text(in, kNmosId);
+    json_list::read(in, kAudio, audio);
+    json_list::read(in, kVideo, video);
 }
