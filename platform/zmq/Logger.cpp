@@ -25,18 +25,22 @@ constexpr std::size_t kBufferBytes = std::size_t{64} * 1024;
 constexpr std::size_t kMaxTextBytes = 4096;
 /// Each byte of a text may become four when it is escaped.
 constexpr std::size_t kMaxLineBytes = 4 * kMaxTextBytes + 256;
+/// A process name beyond this many bytes is cut.
+constexpr std::size_t kMaxNameBytes = 128;
 
 struct LogState {
     int level = -1;
     bool toStandardError = false;
     bool toFile = false;
-    std::string processName;
     RotatingFile file;
     /// The file has failed, and standard error has been told so.
     bool fileInTrouble = false;
-    /// The second that `secondText` shows, so that it is formatted once a second.
+    /// What stands between the time and the text, for each level: " INF kaikla: ".
+    std::array<std::string, Logger::kLevelMask + 1> levelHeads;
+    /// The moment that `timeText` shows: most lines under load repeat the one before.
     std::time_t second = -1;
-    std::array<char, sizeof("2026-03-01T12:00:00")> secondText{};
+    long millisecond = -1;
+    std::array<char, sizeof("2026-03-01T12:00:00.000Z")> timeText{};
 };
 
 // The buffer is plain memory beside the state: the last lines are written from a signal handler.
@@ -50,11 +54,14 @@ LogState& logState() {
     return *state;
 }
 
-const char* levelName(int level) {
-    // The names that the usage text gives.
-    constexpr std::array<const char*, 8> kNames = {"0",   "1",   "ERR", "WRN",
-                                                   "NTF", "INF", "DBG", "VERBOSE"};
-    return kNames[static_cast<unsigned>(level) & Logger::kLevelMask];
+void makeLevelHeads(LogState& state, const std::string& processName) {
+    // The names that the usage text gives; nothing is logged at levels 0 and 1.
+    constexpr std::array<const char*, Logger::kLevelMask + 1> kNames = {
+        "0", "1", "ERR", "WRN", "NTF", "INF", "DBG", "VERBOSE"};
+    std::transform(kNames.begin(), kNames.end(), state.levelHeads.begin(),
+                   [&processName](const char* name) {
+                       return std::string(" ") + name + " " + processName + ": ";
+                   });
 }
 
 /// Standard input, output and error must not be handed out as sockets, or log lines would go there.
@@ -85,21 +92,37 @@ void writeToStandardError(std::string_view lines) {
     }
 }
 
-std::size_t formatHead(LogState& state, int level, char* line, std::size_t size) {
+/// Brings `timeText` up to now.
+void updateTime(LogState& state) {
+    constexpr long kNanosecondsInMillisecond = 1'000'000;
+    constexpr unsigned kMillisecondsInSecond = 1000;
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
+    const long millisecond = now.tv_nsec / kNanosecondsInMillisecond;
+    if (now.tv_sec == state.second && millisecond == state.millisecond) {
+        return;
+    }
+    char* const text = state.timeText.data();
+    constexpr std::size_t kSecondLength = sizeof("2026-03-01T12:00:00") - 1;
     if (now.tv_sec != state.second) {
-        state.second = now.tv_sec;
         tm utc{};
         ::gmtime_r(&now.tv_sec, &utc);
-        (void)std::strftime(state.secondText.data(), state.secondText.size(), "%Y-%m-%dT%H:%M:%S",
-                            &utc);
+        (void)std::strftime(text, state.timeText.size(), "%Y-%m-%dT%H:%M:%S", &utc);
     }
-    constexpr long kNanosecondsInMillisecond = 1'000'000;
-    const int length = std::snprintf(line, size, "%s.%03ldZ %s %s: ", state.secondText.data(),
-                                     now.tv_nsec / kNanosecondsInMillisecond, levelName(level),
-                                     state.processName.c_str());
-    return length > 0 ? std::min(static_cast<std::size_t>(length), size - 1) : 0;
+    (void)std::snprintf(text + kSecondLength, state.timeText.size() - kSecondLength, ".%03uZ",
+                        static_cast<unsigned>(millisecond) % kMillisecondsInSecond);
+    state.second = now.tv_sec;
+    state.millisecond = millisecond;
+}
+
+/// Writes time, level and process name; returns the bytes written.
+std::size_t formatHead(LogState& state, int level, char* line) {
+    updateTime(state);
+    const std::size_t timeLength = state.timeText.size() - 1;
+    const std::string& levelHead = state.levelHeads[static_cast<unsigned>(level)];
+    std::memcpy(line, state.timeText.data(), timeLength);
+    std::memcpy(line + timeLength, levelHead.data(), levelHead.size());
+    return timeLength + levelHead.size();
 }
 
 bool isControl(char c) {
@@ -107,6 +130,20 @@ bool isControl(char c) {
     constexpr unsigned char kFirstPrintable = 0x20;
     constexpr unsigned char kDelete = 0x7f;
     return byte < kFirstPrintable || byte == kDelete;
+}
+
+/// Whether one of `length` characters is to be escaped. They are looked at in blocks, which
+/// compiles to a fraction of what a look at each would; the block behind the text must be writable.
+bool holdsControl(char* text, std::size_t length) {
+    constexpr std::size_t kBlock = 16;
+    std::memset(text + length, ' ', kBlock);
+    unsigned char found = 0;
+    for (std::size_t at = 0; at < length; at += kBlock) {
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            found |= static_cast<unsigned char>(isControl(text[at + i]));
+        }
+    }
+    return found != 0;
 }
 
 /// Appends `text` to `line` with every control character escaped; returns the bytes appended.
@@ -143,12 +180,12 @@ void appendLine(int level, const char* format, va_list arguments) {
         Logger::flush();
     }
     char* const line = buffer.data() + buffered;
-    std::size_t length = formatHead(logState(), level, line, kMaxLineBytes);
+    std::size_t length = formatHead(logState(), level, line);
     char* const text = line + length;
     const int wanted = std::vsnprintf(text, kMaxTextBytes, format, arguments);
     const std::size_t textLength =
         wanted < 0 ? 0 : std::min(static_cast<std::size_t>(wanted), kMaxTextBytes - 1);
-    if (std::find_if(text, text + textLength, isControl) == text + textLength) {
+    if (!holdsControl(text, textLength)) {
         length += textLength;
     } else {
         std::array<char, kMaxTextBytes> plain;
@@ -189,7 +226,7 @@ int Logger::createLogger(unsigned int flags, std::string fileName, std::string p
     state.level = static_cast<int>(flags & kLevelMask);
     state.toStandardError = (flags & kToStandardError) != 0;
     state.toFile = (flags & kToFile) != 0;
-    state.processName = std::move(processName);
+    makeLevelHeads(state, processName.substr(0, kMaxNameBytes));
     std::atexit([] { Logger::flush(); });
     if (!state.toFile) {
         return 0;
