@@ -71,27 +71,14 @@ class Conversation:
             self.refusals.append(self._service.exchange(*frames))
 
     def _report(self, device):
+        session, system, ptp = "session-manager", "system-manager", "ptp-management"
+        sample = sample_device
         for service, name, payload, told in (
-            ("ptp-management", "zat_pmc_status_change", sample_device.PTP_STATUS, "status-all"),
-            (
-                "system-manager",
-                "sysmgr_dynamic_information_update",
-                sample_device.DYNAMIC_INFORMATION,
-                "status-all",
-            ),
-            (
-                "session-manager",
-                "avmgr_new_session",
-                sample_device.SESSION_CONFIGURATION,
-                "status-session",
-            ),
-            ("session-manager", "avmgr_session_status", sample_device.SESSION_STATUS, "status-session"),
-            (
-                "ptp-management",
-                "zat_pmc_configuration_change",
-                sample_device.PTP_CONFIGURATION,
-                "status-all",
-            ),
+            (ptp, "zat_pmc_status_change", sample.PTP_STATUS, "status-all"),
+            (system, "sysmgr_dynamic_information_update", sample.DYNAMIC_INFORMATION, "status-all"),
+            (session, "avmgr_new_session", sample.SESSION_CONFIGURATION, "status-session"),
+            (session, "avmgr_session_status", sample.SESSION_STATUS, "status-session"),
+            (ptp, "zat_pmc_configuration_change", sample.PTP_CONFIGURATION, "status-all"),
         ):
             device.notify(service, name, payload)
             self._expect(told)
@@ -106,7 +93,8 @@ class Conversation:
         for status in ({}, sample_device.EXTREME_PTP_STATUS):
             device.notify("ptp-management", "zat_pmc_status_change", status)
             self._expect("status-all")
-        device.notify("system-manager", "sysmgr_dynamic_information_update", {"eths": [{"name": "eth0"}]})
+        ports = {"eths": [{"name": "eth0"}]}
+        device.notify("system-manager", "sysmgr_dynamic_information_update", ports)
         self._expect("status-all")
         for session in (7, 0, sample_device.EXTREME_STATUS["id"]):
             device.notify("session-manager", "avmgr_removed_session", {"id": session})

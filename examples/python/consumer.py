@@ -1,0 +1,71 @@
+#!/usr/bin/env python3
+"""Prints one line for each message of kaikla until Ctrl-C.
+
+    consumer.py [ADDRESS [SERVICE]]
+
+ADDRESS is where the service reaches this consumer, such as tcp://192.0.2.10:7000, an address of
+this machine; by default a free port of the loopback interface. SERVICE is the service's command
+interface, tcp://127.0.0.1:5580 by default. Needs pyzmq (Debian's python3-zmq).
+"""
+
+import json
+import sys
+
+import zmq
+
+ADD_CONSUMER, REMOVE_CONSUMER = 1, 2
+TIMEOUT_MS = 5000
+
+
+def command(context, service, command_id, address):
+    with context.socket(zmq.REQ) as client:
+        client.linger = 0
+        client.rcvtimeo = TIMEOUT_MS
+        client.connect(service)
+        client.send_json({"command_id": command_id, "payload": {"address": address}})
+        try:
+            reply = client.recv_json()
+        except zmq.Again:
+            sys.exit(f"{service} does not answer")
+    if reply["result"] < 0:
+        sys.exit(f"refused: {reply['error']}")
+
+
+def session_line(session):
+    streams = session.get("stream", [])
+    alarms = session.get("alarms", []) + [a for s in streams for a in s.get("alarms", [])]
+    line = f"session {session['id']}: {len(streams)} streams, {len(alarms)} alarms"
+    return "; ".join([line] + [f"{alarm['severity']}: {alarm['description']}" for alarm in alarms])
+
+
+def device_line(status):
+    ports = [f"{e['name']} {'up' if e['state'] else 'down'}" for e in status.get("eths", [])]
+    ptp = "locked" if status["ptp"]["locked"] else "not locked"
+    sessions = [str(session["id"]) for session in status.get("sessions", [])]
+    return (
+        f"device {status['device_id']}: PTP {ptp}, ports {', '.join(ports) or 'none'}, "
+        f"sessions {', '.join(sessions) or 'none'}"
+    )
+
+
+def main(address="tcp://127.0.0.1:*", service="tcp://127.0.0.1:5580"):
+    context = zmq.Context()
+    messages = context.socket(zmq.PULL)
+    # First bind, then register: the service connects to this address at once.
+    messages.bind(address)
+    address = messages.last_endpoint.decode().rstrip("\0")
+    try:
+        command(context, service, ADD_CONSUMER, address)
+        while True:
+            message = messages.recv_json()
+            kind, payload = message["command_name"], message["payload"]
+            if kind == "status-all":
+                print(device_line(payload), flush=True)
+            elif kind == "status-session":
+                print(session_line(payload), flush=True)
+    except KeyboardInterrupt:
+        command(context, service, REMOVE_CONSUMER, address)
+
+
+if __name__ == "__main__":
+    main(*sys.argv[1:])
