@@ -10,8 +10,6 @@
 
 #include <memory>
 
-class NotificationSocket;
-
 /// The base of a subscriber to the audio/video session manager.
 ///
 /// A notification that cannot be decoded is dropped whole, with one line in the log; otherwise the
@@ -26,17 +24,17 @@ public:
     AvmgrSubscriber& operator=(AvmgrSubscriber&&) = delete;
 
     /// A session was created; the argument is its configuration.
-    virtual int avmgrNotifyNewSessionEvent(SessionConfigData& config);
+    virtual int avmgrNotifyNewSessionEvent(SessionConfigData& /*config*/) { return 0; }
     /// A session was removed; the argument is its id.
-    virtual int avmgrNotifyRemovedSessionEvent(unsigned long long& sessionId);
+    virtual int avmgrNotifyRemovedSessionEvent(unsigned long long& /*sessionId*/) { return 0; }
     /// The configuration of a session changed.
-    virtual int avmgrNotifyUpdateSessionEvent(SessionConfigData& config);
+    virtual int avmgrNotifyUpdateSessionEvent(SessionConfigData& /*config*/) { return 0; }
     /// The status of a session changed; the argument is its complete new status.
-    virtual int avmgrNotifyUpdateSessionStatusEvent(SessionStatusData& status);
+    virtual int avmgrNotifyUpdateSessionStatusEvent(SessionStatusData& /*status*/) { return 0; }
     /// Sessions that other devices advertise.
-    virtual int avmgrNotifyNewAdvertisementEvent(AdvSessionEntry& entry);
-    virtual int avmgrNotifyUpdateAdvertisementEvent(AdvSessionEntry& entry);
-    virtual int avmgrNotifyRemovedAdvertisementEvent(unsigned long long& entryId);
+    virtual int avmgrNotifyNewAdvertisementEvent(AdvSessionEntry& /*entry*/) { return 0; }
+    virtual int avmgrNotifyUpdateAdvertisementEvent(AdvSessionEntry& /*entry*/) { return 0; }
+    virtual int avmgrNotifyRemovedAdvertisementEvent(unsigned long long& /*entryId*/) { return 0; }
 
     /// Connects to the notification stream and adds the socket to `pollFds`. The service may be
     /// absent. Returns 0, -103 or -104.
@@ -48,7 +46,6 @@ public:
     bool processEvent(const zmq_pollitem_t& item);
 
 private:
-    bool dispatch(unsigned kind, Json::Value& payload);
-
-    std::unique_ptr<NotificationSocket> socket;
+    struct State;
+    std::unique_ptr<State> state;
 };

@@ -9,8 +9,6 @@
 
 #include <memory>
 
-class NotificationSocket;
-
 /// The base of a subscriber to the system manager. Behaves as AvmgrSubscriber.
 class SysmgrSubscriber {
 public:
@@ -22,13 +20,13 @@ public:
     SysmgrSubscriber& operator=(SysmgrSubscriber&&) = delete;
 
     /// A stored parameter changed; the argument is what the system manager says about it.
-    virtual int notifyStoredParameterUpdate(Json::Value& parameters);
+    virtual int notifyStoredParameterUpdate(Json::Value& /*parameters*/) { return 0; }
     /// Temperatures, Ethernet ports and the like changed.
-    virtual int notifyDynamicInfoUpdate(SysParametersDynamic& information);
+    virtual int notifyDynamicInfoUpdate(SysParametersDynamic& /*information*/) { return 0; }
     /// The system is asked to reboot.
-    virtual int notifyRebootRequest(Json::Value& request);
+    virtual int notifyRebootRequest(Json::Value& /*request*/) { return 0; }
     /// The list of multicast groups that may be joined changed.
-    virtual int notifyMulticastWhiteListUpdate(Json::Value& whiteList);
+    virtual int notifyMulticastWhiteListUpdate(Json::Value& /*whiteList*/) { return 0; }
 
     /// Connects to the notification stream. The service may be absent. Returns 0 or -103.
     int init(zmq::context_t& context);
@@ -40,7 +38,6 @@ public:
     bool processEvent(const zmq_pollitem_t& item);
 
 private:
-    bool dispatch(unsigned kind, Json::Value& payload);
-
-    std::unique_ptr<NotificationSocket> socket;
+    struct State;
+    std::unique_ptr<State> state;
 };

@@ -9,8 +9,6 @@
 
 #include <memory>
 
-class NotificationSocket;
-
 /// The base of a subscriber to the PTP management service (IEEE 1588). Behaves as AvmgrSubscriber.
 class ZatPmcSubscriber {
 public:
@@ -22,9 +20,9 @@ public:
     ZatPmcSubscriber& operator=(ZatPmcSubscriber&&) = delete;
 
     /// The PTP status changed; the argument is the complete new status.
-    virtual int zatPmcPtpStatusChangeEvent(PtpCommonInfo& status);
+    virtual int zatPmcPtpStatusChangeEvent(PtpCommonInfo& /*status*/) { return 0; }
     /// The PTP configuration changed.
-    virtual int zatPmcPtpConfigChangeEvent(ZatPmcPtpCfg& config);
+    virtual int zatPmcPtpConfigChangeEvent(ZatPmcPtpCfg& /*config*/) { return 0; }
 
     /// Connects to the notification stream and adds the socket to `pollFds`. The service may be
     /// absent. Returns 0, -103 or -104.
@@ -35,7 +33,6 @@ public:
     bool processEvent(const zmq_pollitem_t& item);
 
 private:
-    bool dispatch(unsigned kind, Json::Value& payload);
-
-    std::unique_ptr<NotificationSocket> socket;
+    struct State;
+    std::unique_ptr<State> state;
 };
