@@ -7,5 +7,5 @@ import tree_rules
 RULES = {"layering": tree_rules.layering_faults, "endpoints": tree_rules.endpoint_faults}
 
 faults = list(RULES[sys.argv[1]](sys.argv[2]))
-print("\n".join(faults))
+print("\n".join(faults) or "no fault")
 sys.exit(1 if faults else 0)
