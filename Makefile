@@ -10,8 +10,8 @@ CHECKED_SOURCES = git ls-files '*.cpp' '*.hpp'
 SHELL_SCRIPTS = grep -lE '^\#!.*[/ ](ba)?sh$$' $$(git ls-files)
 
 .DEFAULT_GOAL := build
-.PHONY: help setup setup-test setup-ci build demo test sanitize format lint format-check shellcheck \
-        tidy install clean
+.PHONY: help setup setup-test setup-ci setup-package build demo test sanitize format lint format-check shellcheck \
+        tidy package install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' Makefile
@@ -40,6 +40,9 @@ setup-ci:
 sanitize: ## Run every test under the address and undefined-behaviour sanitizers
 	@$(MAKE) --no-print-directory test PRESET=sanitize
 
+setup-package:
+	@packaging/install-dependencies build package
+
 format: setup-ci ## Lay out every source as .clang-format says
 	@$(CHECKED_SOURCES) | xargs clang-format -i
 
@@ -57,6 +60,10 @@ tidy: setup-ci
 	@cmake --preset $(PRESET) >/dev/null
 	@run-clang-tidy -quiet -p build -j $(JOBS) >build/tidy.log 2>&1 || \
 	    { grep -vE '^(clang-tidy|[0-9]+ warnings? )' build/tidy.log; exit 1; }
+
+package: setup-package build ## Make the Debian package in dist/
+	@cpack --config build/CPackConfig.cmake -B dist
+	@rm -rf dist/_CPack_Packages
 
 install: build ## Install under PREFIX (/usr/local), with DESTDIR before it
 	@cmake --install build --prefix $(PREFIX)
