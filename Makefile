@@ -11,7 +11,7 @@ SHELL_SCRIPTS = grep -lE '^\#!.*[/ ](ba)?sh$$' $$(git ls-files)
 
 .DEFAULT_GOAL := build
 .PHONY: help setup setup-test setup-ci setup-package build demo test sanitize format lint format-check shellcheck \
-        tidy package install clean
+        tidy package package-test install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' Makefile
@@ -41,7 +41,7 @@ sanitize: ## Run every test under the address and undefined-behaviour sanitizers
 	@$(MAKE) --no-print-directory test PRESET=sanitize
 
 setup-package:
-	@packaging/install-dependencies build package
+	@packaging/install-dependencies build test package
 
 format: setup-ci ## Lay out every source as .clang-format says
 	@$(CHECKED_SOURCES) | xargs clang-format -i
@@ -62,8 +62,13 @@ tidy: setup-ci
 	    { grep -vE '^(clang-tidy|[0-9]+ warnings? )' build/tidy.log; exit 1; }
 
 package: setup-package build ## Make the Debian package in dist/
+	@rm -rf dist
 	@cpack --config build/CPackConfig.cmake -B dist
 	@rm -rf dist/_CPack_Packages
+
+package-test: package ## Make the package and try it on a clean system (needs root)
+	@lintian --allow-root --fail-on error,warning dist/*.deb
+	@tests/package/check_package dist/*.deb || [ $$? -eq 77 ]
 
 install: build ## Install under PREFIX (/usr/local), with DESTDIR before it
 	@cmake --install build --prefix $(PREFIX)
