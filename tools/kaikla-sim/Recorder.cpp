@@ -1,79 +1,67 @@
 #include "tools/kaikla-sim/Recorder.hpp"
 
 #include "platform/api/Logger.hpp"
-#include "platform/api/PollFds.hpp"
 
-#include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace sim {
 
 Recorder::Recorder(zmq::context_t& context, RecordingFile& fileToWrite) : file(fileToWrite) {
     for (const ServiceInfo& info : allServices()) {
-        NotificationSocket& socket = sockets.emplace_back(info.name, info.endpoint);
-        bool complete = socket.connect(context) == 0;
-        // Each kind for itself: services answer a subscription to a kind with its state.
-        for (const Kind& kind : allKinds()) {
-            if (kind.service == info.service) {
-                complete = complete && socket.subscribe(kind.number) == 0;
-            }
-        }
-        if (!complete) {
-            throw std::runtime_error("cannot subscribe to the " + std::string(info.name));
-        }
+        receivers.emplace_back(context, info.service);
     }
 }
 
 void Recorder::run(int stopDescriptor) {
-    PollFds pollFds;
-    for (NotificationSocket& socket : sockets) {
-        socket.addTo(pollFds);
+    std::vector<zmq_pollitem_t> items;
+    for (NotificationReceiver& receiver : receivers) {
+        items.push_back({receiver.handle(), -1, ZMQ_POLLIN, 0});
     }
-    pollFds.addFd(stopDescriptor, ZMQ_POLLIN);
-    const zmq_pollitem_t& stopItem = pollFds.getPollList()[sockets.size()];
+    items.push_back({nullptr, stopDescriptor, ZMQ_POLLIN, 0});
+    const zmq_pollitem_t& stopItem = items.back();
 
     file.writeLine("# Recorded by kaikla-sim. To play it: kaikla-sim --scenario FILE",
                    stopDescriptor);
     while (stopItem.revents == 0) {
-        Logger::flush();
         constexpr long kWithoutLimit = -1;
-        if (zmq_poll(pollFds.getPollList(), pollFds.getPollListSize(), kWithoutLimit) <= 0) {
+        if (zmq_poll(items.data(), static_cast<int>(items.size()), kWithoutLimit) <= 0) {
             continue;
         }
-        const zmq_pollitem_t* item = pollFds.getPollList();
-        auto socket = sockets.begin();
-        for (const ServiceInfo& info : allServices()) {
-            if (item->revents != 0) {
-                if (const auto line = receiveLine(*socket, info.service)) {
-                    file.writeLine(*line, stopDescriptor);
-                    ++count;
-                }
+        auto item = items.cbegin();
+        for (NotificationReceiver& receiver : receivers) {
+            if ((item++)->revents != 0) {
+                record(receiver, stopDescriptor);
             }
-            ++item;
-            ++socket;
         }
     }
 }
 
-std::optional<std::string> Recorder::receiveLine(NotificationSocket& socket, Service service) {
-    std::optional<std::string> line;
-    socket.receive([&](unsigned number, const Json::Value& payload) {
-        const Kind* const kind = findKind(service, number);
-        if (kind != nullptr) {
-            line = makeLine(*kind, payload);
-        }
-        return kind != nullptr;
-    });
-    return line;
+void Recorder::record(NotificationReceiver& receiver, int stopDescriptor) {
+    std::optional<Notification> notification = receiver.receive();
+    if (!notification) {
+        return;
+    }
+    const Kind& kind = *notification->kind;
+    std::string line;
+    try {
+        line = makeLine(std::move(*notification));
+    } catch (const ScenarioMistake& mistake) {
+        receiver.logSkipped(kind.topic(), mistake.what());
+        return;
+    }
+    file.writeLine(line, stopDescriptor);
+    ++count;
 }
 
-std::string Recorder::makeLine(const Kind& kind, const Json::Value& payload) {
+std::string Recorder::makeLine(Notification notification) {
     ScenarioLine line;
     line.at = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-    line.kind = &kind;
-    line.payload = payload;
+    line.kind = notification.kind;
+    line.payload = std::move(notification.payload);
     std::string text = line.encode();
-    // What cannot be played is not recorded.
-    encodeNotification(kind, check.decode(text).payload);
+    // What could not be played is not recorded.
+    (void)encodeNotification(*line.kind, check.decode(text).payload);
     return text;
 }
 

@@ -12,7 +12,7 @@ namespace sim {
 
 namespace {
 
-constexpr const char* kDeviceId = "device_id";
+constexpr JsonKey kDeviceId{"device_id"};
 
 struct NumberedLine {
     std::size_t number = 0;

@@ -16,7 +16,7 @@ constexpr const char* kAtMs = "at_ms";
 constexpr const char* kService = "service";
 constexpr const char* kKind = "kind";
 constexpr const char* kPayload = "payload";
-constexpr const char* kId = "id";
+constexpr JsonKey kId{"id"};
 
 void checkKeys(const Json::Value& line) {
     constexpr std::array<const char*, 4> kKeys = {kAtMs, kService, kKind, kPayload};
@@ -64,7 +64,7 @@ void checkPayload(const Kind& kind, const Json::Value& payload) {
     }
     const std::string whose = "the payload of a " + std::string(kind.name);
     // Receivers would take a missing id for 0; in a scenario that is a slip.
-    if (kind.hasId() && !payload.isMember(kId)) {
+    if (kind.hasId() && json_member::find(payload, kId) == nullptr) {
         throw ScenarioMistake("\"id\" is missing from " + whose);
     }
     try {
