@@ -1,33 +1,77 @@
 #include "tools/kaikla-sim/NmosNode.hpp"
 
 #include "platform/PlatformProtocol.hpp"
-#include "platform/api/ResultCode.hpp"
+#include "platform/records/IpcMsg.hpp"
 #include "tools/kaikla-sim/BoundSocket.hpp"
 
 #include <utility>
 
 namespace sim {
 
+namespace {
+
+std::string encodeReply(const IpcMsg& message, int result, const std::string& error) {
+    Json::Value json;
+    message.Serialize(json);
+    json["result"] = result;
+    if (result < 0) {
+        json["error"] = error;
+    }
+    return toCompactJson(json);
+}
+
+std::string refusal(unsigned commandId, const std::string& error) {
+    IpcMsg message;
+    message.commandId = commandId;
+    message.payload = Json::Value(Json::objectValue);
+    return encodeReply(message, platform_protocol::kErrorMalformed, error);
+}
+
+} // namespace
+
 NmosNode::NmosNode(zmq::context_t& context, std::string deviceId)
     : device(std::move(deviceId)), socket(context, zmq::socket_type::rep) {
     bindSocket(socket, platform_protocol::kNmosNodeEndpoint, "NMOS node");
 }
 
-int NmosNode::getCommandDescription(unsigned int commandId, std::string& description) {
-    if (commandId == platform_protocol::kNmosGetDeviceInfoId) {
-        description = platform_protocol::kNmosGetDeviceInfoName;
+void NmosNode::answerRequest() {
+    zmq::message_t request;
+    if (!socket.recv(request, zmq::recv_flags::dontwait)) {
+        return;
     }
-    return 0;
+    const bool oneFrame = !request.more();
+    for (zmq::message_t surplus; socket.get(zmq::sockopt::rcvmore);) {
+        (void)socket.recv(surplus);
+    }
+    const std::string answer = oneFrame
+                                   ? answerTo(request.to_string_view())
+                                   : refusal(0, "The request holds several frames instead of one.");
+    // REP never waits: the answer to a client that is gone is dropped.
+    (void)socket.send(zmq::buffer(answer), zmq::send_flags::dontwait);
 }
 
-int NmosNode::ipcProcessMsg(IpcMsg& request, Json::Value& reply, bool& /*replyWanted*/) {
-    if (request.commandId != platform_protocol::kNmosGetDeviceInfoId) {
-        return result_code::kUnknownId;
+std::string NmosNode::answerTo(std::string_view request) {
+    Json::Value json;
+    if (const std::string reason = decoder.decodeObject(request, json); !reason.empty()) {
+        return refusal(0, "The request is " + reason + ".");
     }
-    Json::Value& info = reply["device"];
-    info["id"] = device;
-    info["label"] = "simulated device";
-    return 0;
+    IpcMsg message;
+    try {
+        message.Deserialize(json);
+    } catch (const Json::Exception& error) {
+        return refusal(0, std::string("The request cannot be decoded: ") + error.what() + ".");
+    }
+    if (message.commandId != platform_protocol::kNmosGetDeviceInfoId) {
+        return refusal(message.commandId, std::string("The simulated NMOS node knows \"") +
+                                              platform_protocol::kNmosGetDeviceInfoName +
+                                              "\" only.");
+    }
+    message.commandName = platform_protocol::kNmosGetDeviceInfoName;
+    message.payload = Json::Value();
+    message.payload["device"]["id"] = device;
+    message.payload["device"]["label"] = "simulated device";
+    constexpr int kSuccess = 0;
+    return encodeReply(message, kSuccess, "");
 }
 
 } // namespace sim

@@ -1,31 +1,33 @@
 #pragma once
 
-#include "platform/api/ServerJsonApi.hpp"
+#include "platform/records/JsonText.hpp"
 
 #include <zmq.hpp>
 
 #include <string>
+#include <string_view>
 
 namespace sim {
 
-/// The NMOS node, which knows the device's id and answers nothing else.
-class NmosNode : public ServerJsonApi {
+/// The NMOS node, which knows the device's id and nothing else.
+class NmosNode {
 public:
     /// Binds the node's endpoint; throws std::runtime_error with a sentence for the user when that
     /// fails.
     NmosNode(zmq::context_t& context, std::string deviceId);
 
-    /// Answers one request, if there is one.
-    void answerRequest() { ipcPreProcessMsg(&socket); }
-
-    int getCommandDescription(unsigned int commandId, std::string& description) override;
-    int ipcProcessMsg(IpcMsg& request, Json::Value& reply, bool& replyWanted) override;
+    /// Answers one request, if there is one: with the device for "GET device info", with a negative
+    /// result and a sentence for anything else. Never waits.
+    void answerRequest();
 
     void* handle() { return socket.handle(); }
 
 private:
+    std::string answerTo(std::string_view request);
+
     std::string device;
     zmq::socket_t socket;
+    JsonDecoder decoder;
 };
 
 } // namespace sim

@@ -1,8 +1,9 @@
 #include "tools/kaikla-sim/NotificationReceiver.hpp"
 
-#include "platform/api/Logger.hpp"
 #include "platform/records/IpcMsg.hpp"
 #include "tools/kaikla-sim/ScenarioLine.hpp"
+
+#include <json/writer.h>
 
 #include <utility>
 
@@ -30,41 +31,34 @@ std::optional<Notification> NotificationReceiver::receive() {
     for (; socket.get(zmq::sockopt::rcvmore); ++frames) {
         (void)socket.recv(frames == 1 ? message : surplus);
     }
-    try {
-        if (frames != 2) {
-            throw ScenarioMistake("it does not have two frames");
-        }
-        return decode(topic.to_string_view(), message.to_string_view());
-    } catch (const std::exception& error) {
-        logSkipped(topic.to_string_view(), error.what());
-        return std::nullopt;
+    if (frames != 2) {
+        throw ScenarioMistake("a message of " + std::to_string(frames) + " frames");
     }
+    return decode(topic.to_string(), message.to_string_view());
 }
 
-Notification NotificationReceiver::decode(std::string_view topic, std::string_view text) {
+Notification NotificationReceiver::decode(const std::string& topic, std::string_view text) {
     Json::Value json;
     if (const std::string reason = decoder.decodeObject(text, json); !reason.empty()) {
         throw ScenarioMistake(reason);
     }
     IpcMsg message;
-    message.Deserialize(json);
+    try {
+        message.Deserialize(json);
+    } catch (const Json::Exception& error) {
+        throw ScenarioMistake(error.what());
+    }
     Notification notification;
     notification.kind = findKind(service, message.commandId);
     if (notification.kind == nullptr) {
         throw ScenarioMistake("there is no kind " + std::to_string(message.commandId));
     }
     if (notification.kind->topic() != topic) {
-        throw ScenarioMistake("its command_id is " + std::to_string(message.commandId));
+        throw ScenarioMistake("kind " + notification.kind->topic() + " under the topic " +
+                              Json::valueToQuotedString(topic.c_str()));
     }
     notification.payload = std::move(message.payload);
     return notification;
-}
-
-void NotificationReceiver::logSkipped(std::string_view topic, const std::string& reason) const {
-    // A topic of any length and content may come in; a line needs no more than its beginning.
-    constexpr std::size_t kShown = 32;
-    Logger::log(Logger::LOG_LEVEL_ERR, "%s: notification %s skipped: %s", infoOf(service).name,
-                std::string(topic.substr(0, kShown)).c_str(), reason.c_str());
 }
 
 } // namespace sim

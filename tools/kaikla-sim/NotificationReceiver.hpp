@@ -24,17 +24,14 @@ public:
     /// Connects to the service, which may be absent. Throws zmq::error_t when that fails.
     NotificationReceiver(zmq::context_t& context, Service service);
 
-    /// The next notification. Nothing when there is none, or when it is not one of the service's;
-    /// a line in the log then says why it is skipped. Never waits.
+    /// The next notification; nothing when there is none. Throws ScenarioMistake for a message that
+    /// is no notification of the service, which has then been taken. Never waits.
     std::optional<Notification> receive();
-
-    /// Writes that line.
-    void logSkipped(std::string_view topic, const std::string& reason) const;
 
     void* handle() { return socket.handle(); }
 
 private:
-    Notification decode(std::string_view topic, std::string_view text);
+    Notification decode(const std::string& topic, std::string_view text);
 
     Service service;
     zmq::socket_t socket;

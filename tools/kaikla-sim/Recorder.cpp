@@ -1,13 +1,13 @@
 #include "tools/kaikla-sim/Recorder.hpp"
 
-#include "platform/api/Logger.hpp"
-
+#include <ostream>
 #include <utility>
 #include <vector>
 
 namespace sim {
 
-Recorder::Recorder(zmq::context_t& context, RecordingFile& fileToWrite) : file(fileToWrite) {
+Recorder::Recorder(zmq::context_t& context, RecordingFile& fileToWrite, std::ostream& reportTo)
+    : file(fileToWrite), report(reportTo) {
     for (const ServiceInfo& info : allServices()) {
         receivers.emplace_back(context, info.service);
     }
@@ -29,29 +29,30 @@ void Recorder::run(int stopDescriptor) {
             continue;
         }
         auto item = items.cbegin();
-        for (NotificationReceiver& receiver : receivers) {
-            if ((item++)->revents != 0) {
-                record(receiver, stopDescriptor);
+        auto receiver = receivers.begin();
+        for (const ServiceInfo& info : allServices()) {
+            if (item->revents != 0) {
+                if (const auto line = receiveLine(*receiver, info.name)) {
+                    file.writeLine(*line, stopDescriptor);
+                    ++count;
+                }
             }
+            ++item;
+            ++receiver;
         }
     }
 }
 
-void Recorder::record(NotificationReceiver& receiver, int stopDescriptor) {
-    std::optional<Notification> notification = receiver.receive();
-    if (!notification) {
-        return;
-    }
-    const Kind& kind = *notification->kind;
-    std::string line;
+std::optional<std::string> Recorder::receiveLine(NotificationReceiver& receiver,
+                                                 const char* serviceName) {
     try {
-        line = makeLine(std::move(*notification));
+        std::optional<Notification> notification = receiver.receive();
+        return notification ? std::optional(makeLine(std::move(*notification))) : std::nullopt;
     } catch (const ScenarioMistake& mistake) {
-        receiver.logSkipped(kind.topic(), mistake.what());
-        return;
+        report << "kaikla-sim: skipped what the " << serviceName << " sent: " << mistake.what()
+               << std::endl;
+        return std::nullopt;
     }
-    file.writeLine(line, stopDescriptor);
-    ++count;
 }
 
 std::string Recorder::makeLine(Notification notification) {

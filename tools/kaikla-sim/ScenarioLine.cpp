@@ -4,6 +4,8 @@
 #include "platform/records/IpcMsg.hpp"
 #include "platform/records/JsonMember.hpp"
 
+#include <json/writer.h>
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -22,7 +24,8 @@ void checkKeys(const Json::Value& line) {
     constexpr std::array<const char*, 4> kKeys = {kAtMs, kService, kKind, kPayload};
     for (const std::string& key : line.getMemberNames()) {
         if (std::find(kKeys.begin(), kKeys.end(), key) == kKeys.end()) {
-            throw ScenarioMistake("there is no such key as \"" + key + "\"");
+            throw ScenarioMistake("there is no such key as " +
+                                  Json::valueToQuotedString(key.c_str()));
         }
     }
     for (const char* const key : kKeys) {

@@ -1,6 +1,5 @@
 #include "tools/kaikla-sim/SimulatedDevice.hpp"
 
-#include "platform/api/Logger.hpp"
 #include "tools/kaikla-sim/ScenarioPlayer.hpp"
 
 #include <algorithm>
@@ -59,7 +58,6 @@ void SimulatedDevice::run(const PlayOptions& options, int stopDescriptor, std::o
                 return;
             }
         }
-        Logger::flush();
         const auto wait = player.timeToNext(ScenarioPlayer::Clock::now());
         if (zmq_poll(items.data(), static_cast<int>(items.size()),
                      static_cast<long>(wait.count())) <= 0) {

@@ -1,4 +1,3 @@
-#include "platform/api/Logger.hpp"
 #include "tools/kaikla-sim/BuiltInDay.hpp"
 #include "tools/kaikla-sim/CommandLine.hpp"
 #include "tools/kaikla-sim/Recorder.hpp"
@@ -6,6 +5,7 @@
 #include "tools/kaikla-sim/SimulatedDevice.hpp"
 #include "tools/kaikla-sim/StopSignals.hpp"
 
+#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -38,7 +38,7 @@ void record(const std::string& fileName) {
     sim::RecordingFile file(fileName);
     const sim::StopSignals signals;
     zmq::context_t context;
-    sim::Recorder recorder(context, file);
+    sim::Recorder recorder(context, file, std::cerr);
     std::cerr << "kaikla-sim: recording until SIGINT or SIGTERM\n";
     recorder.run(signals.descriptor());
     std::cerr << "kaikla-sim: " << recorder.recorded() << " notifications recorded\n";
@@ -48,15 +48,14 @@ void record(const std::string& fileName) {
 
 int main(int argc, char** argv) {
     sim::StopSignals::endProcessAtOnce();
+    // An output that nobody reads any more is a failed write, not the end.
+    (void)std::signal(SIGPIPE, SIG_IGN);
     try {
         const auto line = sim::readCommandLine(argc, argv);
         if (const int* const status = std::get_if<int>(&line)) {
             return *status;
         }
         const auto& wanted = std::get<sim::CommandLine>(line);
-        // Refused requests and skipped notifications; also keeps a closed output from ending the
-        // process.
-        Logger::createLogger(Logger::LOG_LEVEL_WRN | Logger::kToStandardError, "", "kaikla-sim");
         if (wanted.recordFile) {
             record(*wanted.recordFile);
         } else {
