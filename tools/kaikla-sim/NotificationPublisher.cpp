@@ -39,18 +39,16 @@ void NotificationPublisher::answerSubscriptions() {
 std::set<Subject> NotificationPublisher::takeSubscriptions() {
     std::set<Subject> asked;
     zmq::message_t frame;
-    bool firstFrame = true;
     while (socket.recv(frame, zmq::recv_flags::dontwait)) {
         const std::string_view text = frame.to_string_view();
-        // Subscribers may also send messages of their own, of any content and number of frames.
-        if (firstFrame && !text.empty() && text.front() == kSubscribe) {
+        // Subscribers may also send messages of their own, of any content; they mean nothing here.
+        if (!text.empty() && text.front() == kSubscribe) {
             for (const Kind& kind : allKinds()) {
                 if (kind.service == service && kind.topic().starts_with(text.substr(1))) {
                     asked.insert(kind.subject);
                 }
             }
         }
-        firstFrame = !frame.more();
     }
     return asked;
 }

@@ -65,10 +65,10 @@ void checkPayload(const Kind& kind, const Json::Value& payload) {
     if (!payload.isObject()) {
         throw ScenarioMistake("\"payload\" must be an object");
     }
-    const std::string whose = "the payload of a " + std::string(kind.name);
+    const std::string whose = "the payload of kind " + kind.topic() + " (" + kind.name + ")";
     // Receivers would take a missing id for 0; in a scenario that is a slip.
     if (kind.hasId() && json_member::find(payload, kId) == nullptr) {
-        throw ScenarioMistake("\"id\" is missing from " + whose);
+        throw ScenarioMistake(whose + " has no \"id\"");
     }
     try {
         Json::Value read = payload;

@@ -1,0 +1,80 @@
+#include "tests/tools/kaikla-sim/SimFixture.hpp"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+struct Outcome {
+    std::optional<int> status;
+    std::string output;
+    std::string error;
+};
+
+Outcome run(std::vector<std::string> options) {
+    options.insert(options.begin(), "kaikla-sim");
+    ChildProcess process(std::move(options));
+    Outcome outcome;
+    outcome.status = process.waitForExit();
+    process.waitForOutput("\n");
+    process.waitForError("\n");
+    outcome.output = process.output();
+    outcome.error = process.error();
+    return outcome;
+}
+
+class CommandLineTest : public SimFixture {};
+
+TEST_F(CommandLineTest, AnswersHelpAndVersion) {
+    const Outcome help = run({"--help"});
+    EXPECT_EQ(help.status, 0);
+    for (const char* const option : {"--scenario", "--loop", "--speed", "--device-id",
+                                     "--exit-at-end", "--version", "record"}) {
+        EXPECT_THAT(help.output, HasSubstr(option));
+    }
+    const Outcome version = run({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_THAT(version.output, StartsWith("kaikla-sim "));
+}
+
+TEST_F(CommandLineTest, RefusesWhatItDoesNotUnderstand) {
+    const std::vector<std::vector<std::string>> wrong = {
+        {"--unknown"},
+        {"positional"},
+        {"--speed", "0"},
+        {"--speed", "-1"},
+        {"--speed", "nan"},
+        {"--speed", "fast"},
+        {"--device-id", ""},
+        {"--scenario"},
+        {"record"},
+        {"record", "a", "b"},
+        {"--loop", "--exit-at-end"},
+        {"--speed", "2", "record", freshFileName()},
+    };
+    for (const auto& options : wrong) {
+        const Outcome outcome = run(options);
+        EXPECT_EQ(outcome.status, 2) << options.front();
+        EXPECT_THAT(outcome.error, Not(testing::IsEmpty())) << options.front();
+    }
+}
+
+TEST_F(CommandLineTest, PlaysNothingOfAScenarioWithAMistake) {
+    const std::string file = fileOf(R"({"at_ms": 0, "service": "ptp", "kind": 1000, "payload": {}}
+{"at_ms": 0, "service": "ptp", "kind": 1, "payload": {}})");
+    const Outcome outcome = run({"--scenario", file});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.error, "kaikla-sim: " + file + ":2: \"ptp\" has no kind 1\n");
+
+    EXPECT_EQ(run({"--scenario", freshFileName()}).status, 1);
+    // It would play without ever resting.
+    const std::string moment = fileOf(R"({"at_ms":0,"service":"ptp","kind":1000,"payload":{}})");
+    EXPECT_EQ(run({"--scenario", moment, "--loop"}).status, 1);
+    EXPECT_EQ(run({"record", "/absent/recording"}).status, 1);
+}
+
+} // namespace
