@@ -150,12 +150,13 @@ TEST_F(RecordingTest, ReplaysTheSameDay) {
 
 TEST_F(RecordingTest, GoesToStandardOutputAndEndsWithItsReader) {
     recorder.emplace(std::vector<std::string>{"kaikla-sim", "record", "-"});
-    playAll(R"({"at_ms": 1, "service": "ptp", "kind": 1000, "payload": {"clock_id": "seen"}})");
+    startSim(R"({"at_ms": 1, "service": "ptp", "kind": 1000, "payload": {"clock_id": "seen"}})",
+             {"--loop"});
     ASSERT_TRUE(recorder->waitForOutput("seen"));
     EXPECT_THAT(recorder->output(), StartsWith("# "));
     stopRecording(SIGINT);
 
-    // The reader is gone: the next notification cannot be written.
+    // The reader is gone after a line: a later notification cannot be written.
     ChildProcess pipeline(
         {"/bin/bash", "-c",
          "set -o pipefail; " + builtProgram("kaikla-sim") + " record - | head -n 1"});

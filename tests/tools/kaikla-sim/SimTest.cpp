@@ -127,18 +127,14 @@ TEST_F(SimTest, SurvivesWhateverSubscribersSend) {
     zmq::socket_t odd(context, zmq::socket_type::xsub);
     odd.set(zmq::sockopt::linger, 0);
     odd.connect(platform_protocol::kSessionManagerEndpoint);
-    odd.send(zmq::str_buffer("hello"), zmq::send_flags::none);
+    const std::string subscribe(1, '\1');
+    const std::vector<std::string> messages = {"hello", "", subscribe + "100012345",
+                                               subscribe + "1004"};
     odd.send(zmq::str_buffer("two"), zmq::send_flags::sndmore);
-    odd.send(zmq::str_buffer("\1"
-                             "1000"),
-             zmq::send_flags::none);
-    odd.send(zmq::message_t(), zmq::send_flags::none);
-    odd.send(zmq::str_buffer("\1"
-                             "100012345"),
-             zmq::send_flags::none);
-    odd.send(zmq::str_buffer("\1"
-                             "1004"),
-             zmq::send_flags::none);
+    odd.send(zmq::str_buffer("frames"), zmq::send_flags::none);
+    for (const std::string& message : messages) {
+        odd.send(zmq::buffer(message), zmq::send_flags::none);
+    }
     zmq::message_t topic;
     constexpr int kLimitMs = 10'000;
     odd.set(zmq::sockopt::rcvtimeo, kLimitMs);
