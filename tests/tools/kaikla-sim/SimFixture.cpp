@@ -84,5 +84,5 @@ Json::Value SimFixture::waitForDocument(const std::function<bool(const Json::Val
 
 std::optional<int> SimFixture::stop(ChildProcess& process, int signal) {
     process.signal(signal);
-    return process.waitForExit(std::chrono::milliseconds(500));
+    return process.waitForExit(std::chrono::seconds(1));
 }

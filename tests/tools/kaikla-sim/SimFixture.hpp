@@ -36,7 +36,7 @@ protected:
                                 std::chrono::milliseconds limit = std::chrono::seconds(10));
     Json::Value document();
 
-    /// Asks a process to stop and returns its exit status; nothing when it takes half a second.
+    /// Asks a process to stop and returns its exit status; nothing when it takes a second.
     static std::optional<int> stop(ChildProcess& process, int signal);
 
     zmq::context_t context;
