@@ -122,26 +122,6 @@ TEST_F(SimTest, AnswersEveryRequestToTheNode) {
     EXPECT_EQ(askNode({request})["payload"], expected);
 }
 
-TEST_F(SimTest, SurvivesWhateverSubscribersSend) {
-    startSim(kTwoSessions);
-    zmq::socket_t odd(context, zmq::socket_type::xsub);
-    odd.set(zmq::sockopt::linger, 0);
-    odd.connect(platform_protocol::kSessionManagerEndpoint);
-    const std::string subscribe(1, '\1');
-    const std::vector<std::string> messages = {"hello", "", subscribe + "100012345",
-                                               subscribe + "1004"};
-    odd.send(zmq::str_buffer("two"), zmq::send_flags::sndmore);
-    odd.send(zmq::str_buffer("frames"), zmq::send_flags::none);
-    for (const std::string& message : messages) {
-        odd.send(zmq::buffer(message), zmq::send_flags::none);
-    }
-    zmq::message_t topic;
-    constexpr int kLimitMs = 10'000;
-    odd.set(zmq::sockopt::rcvtimeo, kLimitMs);
-    ASSERT_TRUE(odd.recv(topic));
-    EXPECT_EQ(topic.to_string(), "1004");
-}
-
 TEST_F(SimTest, LoopsUntilItIsStopped) {
     startSim(kTwoSessions, {"--loop", "--speed", "0.1"});
     EXPECT_TRUE(sim->waitForOutput("has been played", 3));
