@@ -227,6 +227,7 @@ int Logger::createLogger(unsigned int flags, std::string fileName, std::string p
     state.toStandardError = (flags & kToStandardError) != 0;
     state.toFile = (flags & kToFile) != 0;
     makeLevelHeads(state, processName.substr(0, kMaxNameBytes));
+    state.fileInTrouble = false;
     std::atexit([] { Logger::flush(); });
     if (!state.toFile) {
         return 0;

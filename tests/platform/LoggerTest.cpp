@@ -1,0 +1,217 @@
+#include "platform/api/Logger.hpp"
+
+#include "platform/zmq/RotatingFile.hpp"
+#include "tests/support/LogLines.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <regex>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr unsigned kBoth = Logger::kToFile | Logger::kToStandardError;
+
+class LoggerTest : public testing::Test {
+protected:
+    ~LoggerTest() override {
+        Logger::createLogger(0, "", "");
+        std::filesystem::remove_all(directory);
+    }
+
+    /// What `action` leaves on standard error.
+    template <typename Action>
+    static std::string standardErrorOf(Action action) {
+        testing::internal::CaptureStderr();
+        action();
+        return testing::internal::GetCapturedStderr();
+    }
+
+    std::filesystem::path directory =
+        std::filesystem::temp_directory_path() / ("logger-test-" + std::to_string(::getpid()));
+    std::string file = directory / "x.log";
+
+private:
+    void SetUp() override { std::filesystem::create_directory(directory); }
+};
+
+void logOneOfEachLevel() {
+    for (const auto level :
+         {Logger::LOG_LEVEL_ERR, Logger::LOG_LEVEL_WRN, Logger::LOG_LEVEL_NTF,
+          Logger::LOG_LEVEL_INF, Logger::LOG_LEVEL_DBG, Logger::LOG_LEVEL_VERBOSE}) {
+        Logger::log(level, "%d", static_cast<int>(level));
+    }
+    Logger::flush();
+}
+
+TEST_F(LoggerTest, LineHoldsTimeLevelNameProcessNameAndText) {
+    const std::string line = standardErrorOf([] {
+        Logger::createLogger(Logger::kToStandardError | Logger::LOG_LEVEL_VERBOSE, "", "proc");
+        Logger::log(Logger::LOG_LEVEL_NTF, "%s has %d", "text", 42);
+        Logger::flush();
+    });
+    EXPECT_TRUE(std::regex_match(
+        line, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z NTF proc: text has 42\n)")))
+        << line;
+}
+
+TEST_F(LoggerTest, FlagWordChoosesLevelAndDestinations) {
+    const std::vector<std::string> all = {"ERR 2", "WRN 3", "NTF 4", "INF 5", "DBG 6", "VERBOSE 7"};
+    for (const unsigned destinations : {0U, Logger::kToFile, Logger::kToStandardError, kBoth}) {
+        for (unsigned level = 0; level <= Logger::kLevelMask; ++level) {
+            std::filesystem::remove(file);
+            const std::string shown = standardErrorOf([&] {
+                Logger::createLogger(destinations | level, file, "kaikla");
+                logOneOfEachLevel();
+            });
+            const auto count = static_cast<std::ptrdiff_t>(level < 2 ? 0 : level - 1);
+            const std::vector<std::string> expected(all.begin(), all.begin() + count);
+            const std::vector<std::string> none;
+            EXPECT_EQ(logLines(shown),
+                      (destinations & Logger::kToStandardError) != 0 ? expected : none);
+            EXPECT_EQ(logLines(fileText(file)),
+                      (destinations & Logger::kToFile) != 0 ? expected : none);
+        }
+    }
+}
+
+TEST_F(LoggerTest, TextNeverBreaksALine) {
+    const std::string line = standardErrorOf([] {
+        Logger::createLogger(Logger::kToStandardError | Logger::LOG_LEVEL_ERR, "", "kaikla");
+        Logger::log(Logger::LOG_LEVEL_ERR, "%s", "a\nb\r\tc\x1b[31m\x7f \xc3\xa9 \\n");
+        Logger::log(Logger::LOG_LEVEL_ERR, "%s", std::string(100'000, '\n').c_str());
+        Logger::log(Logger::LOG_LEVEL_ERR, "%s", std::string(100'000, 'x').c_str());
+    });
+    const auto lines = logLines(line);
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(lines[0], "ERR a\\nb\\r\\tc\\x1b[31m\\x7f \xc3\xa9 \\n");
+    EXPECT_THAT(lines[1], testing::MatchesRegex("ERR (\\\\n)+"));
+    EXPECT_THAT(lines[2], testing::MatchesRegex("ERR x+"));
+}
+
+TEST_F(LoggerTest, LinesAreGatheredUntilAFlushAnErrorOrAFullBuffer) {
+    Logger::createLogger(Logger::kToFile | Logger::LOG_LEVEL_INF, file, "kaikla");
+    Logger::log(Logger::LOG_LEVEL_INF, "gathered");
+    EXPECT_EQ(fileText(file), "");
+    Logger::flush();
+    EXPECT_THAT(logLines(fileText(file)), ElementsAre("INF gathered"));
+    Logger::log(Logger::LOG_LEVEL_INF, "before");
+    Logger::log(Logger::LOG_LEVEL_ERR, "error");
+    EXPECT_THAT(logLines(fileText(file)), ElementsAre("INF gathered", "INF before", "ERR error"));
+
+    constexpr int kMany = 10'000;
+    for (int i = 0; i < kMany; ++i) {
+        Logger::log(Logger::LOG_LEVEL_INF, "number %d", i);
+    }
+    EXPECT_GT(fileText(file).size(), 100'000U);
+    Logger::flush();
+    const auto lines = logLines(fileText(file));
+    ASSERT_EQ(lines.size(), kMany + 3U);
+    EXPECT_EQ(lines.back(), "INF number 9999");
+}
+
+TEST_F(LoggerTest, FileIsAppendedTo) {
+    for (const char* text : {"first", "second"}) {
+        Logger::createLogger(Logger::kToFile | Logger::LOG_LEVEL_INF, file, "kaikla");
+        Logger::log(Logger::LOG_LEVEL_INF, "%s", text);
+        Logger::flush();
+    }
+    EXPECT_THAT(logLines(fileText(file)), ElementsAre("INF first", "INF second"));
+}
+
+TEST_F(LoggerTest, FileThatCannotBeOpenedGivesOneLineAndTheLogGoesOn) {
+    for (const std::string& name : {directory.string(), file + "/none", std::string()}) {
+        const auto lines = logLines(standardErrorOf([&] {
+            EXPECT_EQ(Logger::createLogger(kBoth | Logger::LOG_LEVEL_INF, name, "kaikla"), -1);
+            Logger::log(Logger::LOG_LEVEL_INF, "going on");
+            Logger::log(Logger::LOG_LEVEL_ERR, "and on");
+        }));
+        ASSERT_EQ(lines.size(), 3U);
+        EXPECT_THAT(lines[0], HasSubstr("log file " + name + " cannot be opened: "));
+        EXPECT_EQ(lines[1], "INF going on");
+    }
+}
+
+TEST_F(LoggerTest, FullDiskIsReportedOnceAndTheLogGoesOn) {
+    EXPECT_THAT(logLines(standardErrorOf([] {
+                    Logger::createLogger(kBoth | Logger::LOG_LEVEL_INF, "/dev/full", "kaikla");
+                    Logger::log(Logger::LOG_LEVEL_ERR, "one");
+                    Logger::log(Logger::LOG_LEVEL_ERR, "two");
+                })),
+                ElementsAre("ERR one",
+                            "ERR log file /dev/full: No space left on device; its lines are lost "
+                            "until it can be written again",
+                            "ERR two"));
+}
+
+TEST_F(LoggerTest, ReaderOfStandardErrorMayGoAwayOrStandardErrorBeClosed) {
+    const int original = ::dup(STDERR_FILENO);
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(::pipe(pipe.data()), 0);
+    ::close(pipe[0]);
+    ::dup2(pipe[1], STDERR_FILENO);
+    Logger::createLogger(kBoth | Logger::LOG_LEVEL_INF, file, "kaikla");
+    Logger::log(Logger::LOG_LEVEL_ERR, "nobody reads");
+    ::close(STDERR_FILENO);
+    Logger::createLogger(kBoth | Logger::LOG_LEVEL_INF, file, "kaikla");
+    // The number of standard error is taken, so that no other file or socket gets it.
+    EXPECT_NE(::fcntl(STDERR_FILENO, F_GETFD), -1);
+    Logger::log(Logger::LOG_LEVEL_ERR, "nobody can");
+    ::dup2(original, STDERR_FILENO);
+    ::close(original);
+    ::close(pipe[1]);
+    EXPECT_THAT(logLines(fileText(file)), ElementsAre("ERR nobody reads", "ERR nobody can"));
+}
+
+TEST_F(LoggerTest, FileIsRotatedAndThreeOldOnesAreKept) {
+    RotatingFile rotating;
+    ASSERT_EQ(rotating.open(file), 0);
+    constexpr int kChunks = 12;
+    const std::string rest = std::string(RotatingFile::kMaxBytes / 2 - 2, 'x') + "\n";
+    for (int chunk = 0; chunk < kChunks; ++chunk) {
+        ASSERT_EQ(rotating.append(static_cast<char>('a' + chunk) + rest), 0);
+    }
+    // Two chunks a file, the last ones in the youngest.
+    std::string firsts;
+    for (const char* suffix : {"", ".1", ".2", ".3"}) {
+        const std::string text = fileText(file + suffix);
+        EXPECT_EQ(text.size(), RotatingFile::kMaxBytes);
+        firsts += text.at(0);
+    }
+    EXPECT_EQ(firsts, "kige");
+    EXPECT_FALSE(std::filesystem::exists(file + ".4"));
+
+    // The size of a file that was there before counts.
+    RotatingFile again;
+    ASSERT_EQ(again.open(file), 0);
+    ASSERT_EQ(again.append("line\n"), 0);
+    EXPECT_EQ(fileText(file), "line\n");
+}
+
+TEST_F(LoggerTest, LineTornByAFullDiskDoesNotRunIntoTheNextOne) {
+    RotatingFile torn;
+    ASSERT_EQ(torn.open(file), 0);
+    ASSERT_EQ(torn.append("whole\n"), 0);
+    rlimit before{};
+    ::getrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit tight{10, before.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &tight);
+    const int error = torn.append("torn line\n");
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(error, EFBIG);
+    EXPECT_EQ(torn.append("next\n"), 0);
+    EXPECT_EQ(fileText(file), "whole\ntorn\nnext\n");
+}
+
+} // namespace
