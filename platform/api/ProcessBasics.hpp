@@ -28,7 +28,9 @@ public:
     /// True when `item` is the signal descriptor; what made it ready is then consumed.
     bool processSignalHandlerFd(const zmq_pollitem_t& item);
 
-    /// Restores signal handling and removes the descriptor from `pollFds`. Returns 0.
+    /// Restores signal handling and removes the descriptor from `pollFds`. Once a stop is under way
+    /// further termination signals are held back: they must not change how the process ends.
+    /// Returns 0.
     int tearDownCatchSignals(PollFds& pollFds);
 
 private:

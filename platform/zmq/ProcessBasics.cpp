@@ -61,6 +61,17 @@ void catchSignals() {
     ::pthread_sigmask(SIG_UNBLOCK, &needed, nullptr);
 }
 
+void holdBackSignals() {
+    sigset_t caught;
+    sigemptyset(&caught);
+    for (const CaughtSignal& signal : signals) {
+        if (signal.caught) {
+            sigaddset(&caught, signal.number);
+        }
+    }
+    ::pthread_sigmask(SIG_BLOCK, &caught, nullptr);
+}
+
 /// Each consumer takes two descriptors; with the customary limit of 1024 they would run out before
 /// the sockets of the context do.
 void raiseDescriptorLimit() {
@@ -112,6 +123,10 @@ int ProcessBasics::tearDownCatchSignals(PollFds& pollFds) {
 void ProcessBasics::restore() {
     if (descriptor < 0) {
         return;
+    }
+    if (StopDeadline::armed()) {
+        // The end and its status are decided; one more request must not replace them.
+        holdBackSignals();
     }
     for (CaughtSignal& signal : signals) {
         if (signal.caught) {

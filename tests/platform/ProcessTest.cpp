@@ -1,0 +1,128 @@
+#include "platform/PlatformProtocol.hpp"
+#include "platform/api/PollFds.hpp"
+#include "platform/api/ProcessBasics.hpp"
+#include "platform/api/StopDeadline.hpp"
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
+namespace {
+
+constexpr int kTenSecondsMs = 10'000;
+
+TEST(PollFds, KeepsTheOrderAndRefusesWhatItCannotTake) {
+    PollFds pollFds;
+    int socket = 0;
+    EXPECT_EQ(pollFds.addFd(7, ZMQ_POLLIN), 0);
+    EXPECT_EQ(pollFds.addSocket(&socket, ZMQ_POLLOUT), 0);
+    EXPECT_EQ(pollFds.addFd(9, ZMQ_POLLIN), 0);
+    EXPECT_EQ(pollFds.addSocket(nullptr, ZMQ_POLLIN), platform_protocol::kErrorPollSetFull);
+    EXPECT_EQ(pollFds.addFd(-1, ZMQ_POLLIN), platform_protocol::kErrorPollSetFull);
+    pollFds.removeFd(7);
+    pollFds.removeFd(8);
+    ASSERT_EQ(pollFds.getPollListSize(), 2);
+    EXPECT_EQ(pollFds.getPollList()[0].socket, &socket);
+    EXPECT_EQ(pollFds.getPollList()[0].events, ZMQ_POLLOUT);
+    EXPECT_EQ(pollFds.getPollList()[1].fd, 9);
+    while (pollFds.getPollListSize() < static_cast<int>(PollFds::kMaxItems)) {
+        ASSERT_EQ(pollFds.addFd(1, ZMQ_POLLIN), 0);
+    }
+    EXPECT_EQ(pollFds.addFd(1, ZMQ_POLLIN), platform_protocol::kErrorPollSetFull);
+}
+
+/// A caught signal ends the process before long, so each scene plays in a child, which leaves with
+/// 0 when every step was as expected, otherwise with the step's number.
+void playSignalBeforeTheWait(int signal) {
+    PollFds pollFds;
+    ProcessBasics basics(pollFds);
+    if (ProcessBasics::stopRequested() || pollFds.getPollListSize() != 1) {
+        std::_Exit(1);
+    }
+    ::raise(signal);
+    if (!ProcessBasics::stopRequested() || zmq_poll(pollFds.getPollList(), 1, kTenSecondsMs) != 1) {
+        std::_Exit(2);
+    }
+    const zmq_pollitem_t other{nullptr, STDIN_FILENO, ZMQ_POLLIN, ZMQ_POLLIN};
+    if (basics.processSignalHandlerFd(other) ||
+        !basics.processSignalHandlerFd(pollFds.getPollList()[0]) ||
+        zmq_poll(pollFds.getPollList(), 1, 0) != 0) {
+        std::_Exit(3);
+    }
+    if (basics.tearDownCatchSignals(pollFds) != 0 || pollFds.getPollListSize() != 0) {
+        std::_Exit(4);
+    }
+    struct sigaction now {};
+    ::sigaction(signal, nullptr, &now);
+    if (now.sa_handler != SIG_DFL) {
+        std::_Exit(5);
+    }
+    // One more on the way out does not change how the process ends.
+    ::raise(signal);
+    std::_Exit(0);
+}
+
+void playInterruptedWait() {
+    PollFds pollFds;
+    const ProcessBasics basics(pollFds);
+    if (::fork() == 0) {
+        ::poll(nullptr, 0, 20);
+        ::kill(::getppid(), SIGTERM);
+        std::_Exit(0);
+    }
+    const int ready = zmq_poll(pollFds.getPollList(), 1, kTenSecondsMs);
+    std::_Exit(ProcessBasics::stopRequested() && (ready == 1 || errno == EINTR) ? 0 : 1);
+}
+
+void playBlockedAfterTheSignal() {
+    PollFds pollFds;
+    const ProcessBasics basics(pollFds);
+    ::raise(SIGTERM);
+    int interruptions = 0;
+    while (::poll(nullptr, 0, kTenSecondsMs) == -1 && errno == EINTR) {
+        // The deadline alone ends this, with the status that a caught signal stands for.
+        if (++interruptions == 3) {
+            StopDeadline::bringForward(std::chrono::milliseconds(50));
+        }
+    }
+    std::_Exit(1);
+}
+
+void playFailedStart() {
+    PollFds pollFds;
+    const ProcessBasics basics(pollFds);
+    constexpr int kStatus = -35;
+    StopDeadline::arm(kStatus, std::chrono::milliseconds(50));
+    ::raise(SIGTERM);
+    for (;;) {
+        ::pause();
+    }
+}
+
+TEST(ProcessBasicsDeathTest, SignalsAreNotLostAndEndBlockedCalls) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        EXPECT_EXIT(playSignalBeforeTheWait(signal), testing::ExitedWithCode(0), "");
+    }
+    EXPECT_EXIT(playInterruptedWait(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(playBlockedAfterTheSignal(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(playFailedStart(), testing::ExitedWithCode(221), "");
+}
+
+TEST(ProcessBasicsDeathTest, HangUpStaysIgnoredWhenItWas) {
+    EXPECT_EXIT(
+        {
+            std::signal(SIGHUP, SIG_IGN);
+            PollFds pollFds;
+            const ProcessBasics basics(pollFds);
+            ::raise(SIGHUP);
+            std::_Exit(ProcessBasics::stopRequested() ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+} // namespace
