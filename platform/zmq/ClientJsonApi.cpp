@@ -102,12 +102,13 @@ int ClientJsonApi::State::exchange(const IpcMsg& message, Json::Value& reply) {
     if (!socket->send(zmq::buffer(toCompactJson(json)), zmq::send_flags::dontwait)) {
         return fail(platform_protocol::kErrorUnreachable, "not connected");
     }
-    if (!waitForAnswer()) {
-        // The answer may still come; on a new socket it can never be taken for the next request's.
-        socket.reset();
-        return fail(platform_protocol::kErrorUnreachable, "no answer in time");
-    }
-    return readAnswer(reply);
+    const bool answered = waitForAnswer();
+    const int code = answered ? readAnswer(reply)
+                              : fail(platform_protocol::kErrorUnreachable, "no answer in time");
+    // The answer may still come, or come twice; on a new socket it can never be taken for the next
+    // request's.
+    socket.reset();
+    return code;
 }
 
 int ClientJsonApi::State::readAnswer(Json::Value& reply) {
