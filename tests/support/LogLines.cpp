@@ -41,6 +41,7 @@ CapturedLog::CapturedLog()
 }
 
 CapturedLog::~CapturedLog() {
+    Logger::flush();
     Logger::createLogger(0, "", "");
     std::filesystem::remove(path);
 }

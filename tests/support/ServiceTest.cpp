@@ -44,7 +44,8 @@ Json::Value ServiceTest::document() {
 
 std::vector<unsigned> ServiceTest::sessionIds() {
     std::vector<unsigned> ids;
-    for (const Json::Value& record : document()["sessions"]) {
+    const Json::Value sessions = document()["sessions"];
+    for (const Json::Value& record : sessions) {
         ids.push_back(record["id"].asUInt());
     }
     return ids;

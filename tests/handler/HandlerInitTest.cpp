@@ -1,0 +1,100 @@
+#include "handler/WebNotifierHandler.hpp"
+#include "platform/PlatformProtocol.hpp"
+#include "platform/api/ResultCode.hpp"
+#include "tests/support/LogLines.hpp"
+#include "tests/support/TcpPort.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+/// What a handler logs and returns when there are only so many sockets in the context and places
+/// in the poll set; the last line is "CODE, N items". In a process of its own, because a handler
+/// never closes its command socket.
+std::vector<std::string> initWith(int sockets, int places) {
+    const std::string report =
+        std::filesystem::temp_directory_path() / ("init-" + std::to_string(::getpid()));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        CapturedLog log;
+        PollFds pollFds;
+        const int filled = static_cast<int>(PollFds::kMaxItems) - places;
+        while (pollFds.getPollListSize() < filled) {
+            pollFds.addFd(0, ZMQ_POLLIN);
+        }
+        zmq::context_t context;
+        context.set(zmq::ctxopt::max_sockets, sockets);
+        WebNotifierHandler handler;
+        const int code = handler.init(context, pollFds);
+        std::ofstream file(report);
+        for (const std::string& line : log.lines()) {
+            file << line << '\n';
+        }
+        file << code << ", " << pollFds.getPollListSize() - filled << " items\n" << std::flush;
+        std::_Exit(0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    std::vector<std::string> lines = logLines(fileText(report));
+    std::filesystem::remove(report);
+    return lines;
+}
+
+TEST(HandlerInit, EveryStepsFailureIsCheckedExceptTheSystemManagers) {
+    waitUntilFree(platform_protocol::kCommandEndpoint);
+    constexpr int kPlenty = 100;
+    // In order: command socket, session manager, system manager, PTP management, NMOS node.
+    struct Row {
+        int sockets;
+        int places;
+        int code;
+        int items;
+        std::size_t lines;
+    };
+    for (const Row& row : {
+             Row{kPlenty, 0, platform_protocol::kErrorPollSetFull, 0, 2},
+             Row{kPlenty, 1, platform_protocol::kErrorPollSetFull, 1, 2},
+             Row{kPlenty, 2, platform_protocol::kErrorPollSetFull, 2, 2},
+             Row{kPlenty, 3, platform_protocol::kErrorPollSetFull, 3, 2},
+             // Each socket that cannot be made has a line of its own before the check.
+             Row{1, kPlenty, platform_protocol::kErrorSocket, 1, 3},
+             Row{2, kPlenty, platform_protocol::kErrorSocket, 2, 4},
+             Row{3, kPlenty, platform_protocol::kErrorSocket, 3, 3},
+             Row{4, kPlenty, platform_protocol::kErrorSocket, 4, 3},
+         }) {
+        const auto lines = initWith(row.sockets, row.places);
+        ASSERT_EQ(lines.size(), row.lines);
+        EXPECT_EQ(
+            lines[row.lines - 2],
+            "ERR CHK(int WebNotifierHandler::init(zmq::context_t&, PollFds&))::# Error Code " +
+                std::to_string(row.code));
+        EXPECT_EQ(lines.back(),
+                  std::to_string(row.code) + ", " + std::to_string(row.items) + " items");
+    }
+    EXPECT_THAT(initWith(kPlenty, 4), ElementsAre("0, 4 items"));
+}
+
+TEST(HandlerInit, CommandSocketHasItsOwnCodeAndLine) {
+    const std::string line = "ERR WebnotifierHandler: Error binding on socket tcp://*:5580. Error ";
+    EXPECT_THAT(initWith(0, 100), ElementsAre(line + "[24]::Too many open files", "-35, 0 items"));
+    zmq::context_t context;
+    waitUntilFree(platform_protocol::kCommandEndpoint);
+    zmq::socket_t other(context, zmq::socket_type::rep);
+    other.bind(platform_protocol::kCommandBindEndpoint);
+    EXPECT_THAT(initWith(100, 100),
+                ElementsAre(line + "[98]::Address already in use", "-35, 0 items"));
+}
+
+} // namespace
