@@ -77,9 +77,9 @@ std::string chk(const std::string& signature, int code) {
 
 TEST(Vocabulary, TablesHoldTheseNamesAndNoOthers) {
     std::string name = "x";
+    unsigned id = 0;
     for (const char* expected : {"GET device status", "Add remote info consumer",
                                  "Remove remote info consumer", "GET Server list"}) {
-        static unsigned id = 0;
         EXPECT_EQ(WebNotifierCommand::getCommandNameStr(id++, name), 0);
         EXPECT_EQ(name, expected);
     }
