@@ -2,6 +2,7 @@
 
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/Logger.hpp"
+#include "platform/api/ProcessBasics.hpp"
 #include "platform/records/IpcMsg.hpp"
 
 #include <charconv>
@@ -62,10 +63,13 @@ bool NotificationSocket::owns(const zmq_pollitem_t& item) const {
 
 void NotificationSocket::receive(const Dispatch& dispatch) {
     // Several at a time: each return to the event loop costs a look at every socket. Not all of
-    // them: a flood must not keep the other sockets and the stop flag waiting.
+    // them: a flood must not keep the other sockets waiting, and a stop waits for none.
     constexpr int kAtOnce = 32;
     try {
         for (int received = 0; received < kAtOnce && receiveOne(dispatch); ++received) {
+            if (ProcessBasics::stopRequested()) {
+                break;
+            }
         }
     } catch (const zmq::error_t& error) {
         // The wait for a later frame was interrupted or the context is going down.

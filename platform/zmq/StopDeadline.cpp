@@ -14,7 +14,8 @@
 namespace {
 
 constexpr std::int64_t kNever = INT64_MAX;
-constexpr long kTickNs = 10'000'000;
+/// Short, because each consumer with a full queue holds up the thread until the next tick.
+constexpr long kTickNs = 1'000'000;
 constexpr std::int64_t kSecondNs = 1'000'000'000;
 
 // Used from signal handlers, so everything here is lock-free and plain.
