@@ -21,6 +21,8 @@ Json::Value parseJson(const std::string& text) {
 CommandClient::CommandClient(zmq::context_t& context)
     : zmqContext(&context), socket(context, zmq::socket_type::req) {
     socket.set(zmq::sockopt::linger, 0);
+    // A service that is just starting is found soon.
+    socket.set(zmq::sockopt::reconnect_ivl, 2);
     socket.connect(platform_protocol::kCommandEndpoint);
 }
 

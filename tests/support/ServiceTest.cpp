@@ -1,6 +1,6 @@
 #include "tests/support/ServiceTest.hpp"
 
-#include <csignal>
+#include <utility>
 
 void ServiceTest::startAll(std::vector<std::string> options) {
     playServices();
@@ -53,5 +53,10 @@ std::vector<unsigned> ServiceTest::sessionIds() {
 
 std::optional<int> ServiceTest::stop(int signal) {
     service->signal(signal);
-    return service->waitForExit(std::chrono::seconds(1));
+    const std::optional<int> status = service->waitForExit(std::chrono::seconds(1));
+    if (status) {
+        // The log is complete when its pipe is closed.
+        service->waitForError("\n\n");
+    }
+    return status;
 }

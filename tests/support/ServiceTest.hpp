@@ -37,7 +37,7 @@ protected:
     /// The ids of the document's sessions, in order.
     std::vector<unsigned> sessionIds();
 
-    /// Asks for the stop and returns the exit status; fails when it takes a second or longer.
+    /// Asks for the stop and returns the exit status; nothing when it takes longer than a second.
     std::optional<int> stop(int signal);
 
     std::vector<std::string> log() { return logLines(service->error()); }
