@@ -1,0 +1,98 @@
+// The least that the libraries can do with a notification, as the measure for the service: receive
+// it, parse it, wrap its payload, write that, send one shared buffer to each consumer. Nothing is
+// checked, kept in records or logged, and every library object lives as long as the process.
+//
+//     bare-loop CONSUMERS [--document]
+//
+// It takes CONSUMERS "add consumer" commands, as the service does, and then only runs the loop.
+// With --document it keeps the sessions in one JSON value and a PTP status sends the whole of it.
+
+#include "platform/PlatformProtocol.hpp"
+
+#include <json/json.h>
+#include <zmq.hpp>
+
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::unique_ptr<Json::CharReader> makeReader() {
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+}
+
+std::unique_ptr<Json::StreamWriter> makeWriter() {
+    Json::StreamWriterBuilder builder;
+    builder["commentStyle"] = "None";
+    builder["indentation"] = "";
+    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
+}
+
+std::vector<zmq::socket_t> acceptConsumers(zmq::context_t& context, Json::CharReader& reader,
+                                           std::size_t count) {
+    zmq::socket_t commands(context, zmq::socket_type::rep);
+    commands.bind(platform_protocol::kCommandBindEndpoint);
+    std::vector<zmq::socket_t> consumers;
+    while (consumers.size() < count) {
+        zmq::message_t frame;
+        (void)commands.recv(frame);
+        Json::Value request;
+        reader.parse(frame.data<char>(), frame.data<char>() + frame.size(), &request, nullptr);
+        consumers.emplace_back(context, zmq::socket_type::push);
+        consumers.back().connect(request["payload"]["address"].asString());
+        commands.send(zmq::str_buffer("{\"result\":0}"), zmq::send_flags::none);
+    }
+    return consumers;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const std::size_t consumerCount = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 1;
+    const bool keepDocument = argc > 2;
+    const std::string sessionStatus = std::to_string(AvmgrPublisher::avmgr_session_status);
+    const std::string ptpStatus = std::to_string(ZatPmcPublisher::zat_pmc_status_change);
+    zmq::context_t context;
+    zmq::socket_t subscriber(context, zmq::socket_type::sub);
+    subscriber.connect(platform_protocol::kSessionManagerEndpoint);
+    subscriber.connect(platform_protocol::kPtpManagementEndpoint);
+    subscriber.set(zmq::sockopt::subscribe, sessionStatus);
+    subscriber.set(zmq::sockopt::subscribe, ptpStatus);
+    const auto reader = makeReader();
+    const auto writer = makeWriter();
+    auto consumers = acceptConsumers(context, *reader, consumerCount);
+
+    Json::Value session, all, notification;
+    session["command_id"] = 1;
+    session["command_name"] = "status-session";
+    all["command_id"] = 0;
+    all["command_name"] = "status-all";
+    zmq::message_t kind, frame, shared, copy;
+    std::ostringstream text;
+    const std::string empty; // str(empty) keeps the stream's memory for the next message
+    for (;;) {
+        (void)subscriber.recv(kind);
+        (void)subscriber.recv(frame);
+        reader->parse(frame.data<char>(), frame.data<char>() + frame.size(), &notification,
+                      nullptr);
+        Json::Value& payload = notification["payload"];
+        const bool isSession = kind.to_string_view() == sessionStatus;
+        if (isSession && keepDocument) {
+            all["payload"]["device_id"] = payload["device_id"];
+            all["payload"]["sessions"].append(payload);
+        }
+        (isSession ? session["payload"] : all["payload"]["ptp"]).swap(payload);
+        text.str(empty);
+        writer->write(isSession ? session : all, &text);
+        shared.rebuild(text.view().data(), text.view().size());
+        for (zmq::socket_t& consumer : consumers) {
+            copy.copy(shared);
+            consumer.send(copy, zmq::send_flags::none);
+        }
+    }
+}
