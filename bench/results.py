@@ -53,27 +53,25 @@ class Results:
         return median(one / other for one, other in pairs) if pairs else None
 
     def table(self):
-        others = [name for name in self.subjects() if name not in (BASE, BROKER)]
-        measured = [*others, BROKER] if BROKER in self.subjects() else others
-        head = ([["", "con-", "bare loop"]
-                 + ["events/s"] * len(measured) + ["latency p50"] * len(others)
-                 + ["deliveries/s of"] * (len(measured) - len(others)) + ["load"]]
-                + [["workload", "sumers", "events/s"]
-                   + [f"{name} ÷ bare" for name in measured]
-                   + [f"{name} ÷ bare" for name in others]
-                   + ["level-4 ÷ broker"] * (len(measured) - len(others)) + ["cores"]])
-        rows = []
-        for workload in self.rounds:
-            row = [describe(workload), str(workload.consumers),
-                   shown(self.middle(workload, BASE, "events_per_second"), 0)]
-            row += [shown(self.ratio(workload, name, "events_per_second")) for name in measured]
-            row += [shown(self.ratio(workload, name, "latency_p50_us")) for name in others]
-            if BROKER in measured:
-                row.append(shown(self.ratio(workload, "level-4", "deliveries_per_second", BROKER)))
-            row.append(shown(max(self.middle(workload, name, "load_cores") or 0
-                                 for name in self.subjects())))
-            rows.append(row)
-        return "\n".join(aligned(head + rows) + ["", *self.goals()])
+        """A row for each workload and subject, then the goals."""
+        rows = [["workload", "consumers", "subject", "events/s", "÷ bare", "deliveries/s",
+                 "÷ broker", "p50 µs", "÷ bare", "p99 µs", "CPU µs/event", "÷ bare", "load cores"]]
+        for workload, by_subject in self.rounds.items():
+            for name in by_subject:
+                def figure(key, digits=0, of=workload, by=name):
+                    return shown(self.middle(of, by, key), digits)
+
+                def ratio(key, base=BASE, of=workload, by=name):
+                    return shown(self.ratio(of, by, key, base), 2)
+
+                rows.append([describe(workload), str(workload.consumers), name,
+                             figure("events_per_second"), ratio("events_per_second"),
+                             figure("deliveries_per_second"),
+                             ratio("deliveries_per_second", BROKER),
+                             figure("latency_p50_us"), ratio("latency_p50_us"),
+                             figure("latency_p99_us"), figure("subject_cpu_us_per_event", 1),
+                             ratio("subject_cpu_us_per_event"), figure("load_cores", 2)])
+        return "\n".join([*aligned(rows), "", *self.goals()])
 
     def goals(self):
         """One line for each goal and workload: what was to be reached, and what was."""
@@ -126,6 +124,6 @@ def shown(value, digits=2):
 
 def aligned(rows):
     widths = [max(len(row[i]) for row in rows) for i in range(len(rows[0]))]
-    return ["  ".join(cell.ljust(width) if i == 0 else cell.rjust(width)
+    return ["  ".join(cell.ljust(width) if i in (0, 2) else cell.rjust(width)
                       for i, (cell, width) in enumerate(zip(row, widths))).rstrip()
             for row in rows]
