@@ -52,6 +52,7 @@ std::vector<zmq::socket_t> acceptConsumers(zmq::context_t& context, Json::CharRe
 
 } // namespace
 
+// An exception ends it. NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     const std::size_t consumerCount = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 1;
     const bool keepDocument = argc > 2;

@@ -3,8 +3,6 @@
 #include <cstdint>
 #include <stdexcept>
 
-using std::string_literals::operator""s;
-
 namespace {
 
 // Packet types with their fixed flags, as the first byte of a packet holds them.
@@ -54,12 +52,12 @@ namespace mqtt {
 void connect(const TcpSocket& connection, std::string_view clientId) {
     // Protocol level 4, a clean session, no keep-alive.
     connection.writeAll(
-        packet(kConnect, prefixed("MQTT") + "\x04\x02\x00\x00"s + prefixed(clientId)));
+        packet(kConnect, prefixed("MQTT") + std::string{4, 2, 0, 0} + prefixed(clientId)));
     expectAnswer(connection, kConnectAccepted);
 }
 
 void subscribe(const TcpSocket& connection, std::string_view topic) {
-    connection.writeAll(packet(kSubscribe, "\x00\x01"s + prefixed(topic) + "\x00"s));
+    connection.writeAll(packet(kSubscribe, std::string{0, 1} + prefixed(topic) + std::string{0}));
     expectAnswer(connection, kSubscribeAccepted);
 }
 

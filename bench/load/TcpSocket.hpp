@@ -21,12 +21,12 @@ public:
     ~TcpSocket();
 
     /// Waits for the next connection.
-    TcpSocket accept() const;
+    [[nodiscard]] TcpSocket accept() const;
     void readExactly(char* into, std::size_t size) const;
     void writeAll(std::string_view bytes) const;
     /// The port of this end.
-    std::uint16_t port() const;
-    int fileDescriptor() const { return descriptor; }
+    [[nodiscard]] std::uint16_t port() const;
+    [[nodiscard]] int fileDescriptor() const { return descriptor; }
 
 private:
     explicit TcpSocket(int ownedDescriptor) : descriptor(ownedDescriptor) {}

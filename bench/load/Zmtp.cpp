@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <limits>
+#include <span>
 #include <stdexcept>
 
 namespace {
@@ -27,10 +28,9 @@ std::string greeting() {
 }
 
 std::string bigEndian(std::uint64_t value, std::size_t bytes) {
-    std::string text(bytes, '\0');
-    for (auto byte = text.rbegin(); byte != text.rend(); ++byte) {
-        *byte = static_cast<char>(value & std::numeric_limits<unsigned char>::max());
-        value >>= kBitsInByte;
+    std::string text;
+    for (std::size_t left = bytes; left > 0; --left) {
+        text += static_cast<char>(value >> (kBitsInByte * (left - 1)));
     }
     return text;
 }
@@ -72,8 +72,8 @@ std::string readFrame(const TcpSocket& connection) {
     const std::size_t lengthBytes = isLong ? length.size() : 1;
     connection.readExactly(reinterpret_cast<char*>(length.data()), lengthBytes);
     std::uint64_t size = 0;
-    for (std::size_t i = 0; i < lengthBytes; ++i) {
-        size = size << kBitsInByte | length[i];
+    for (const unsigned char byte : std::span(length).first(lengthBytes)) {
+        size = size << kBitsInByte | byte;
     }
     std::string body(size, '\0');
     connection.readExactly(body.data(), body.size());
