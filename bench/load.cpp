@@ -174,39 +174,38 @@ Json::Value measure(const Options& options, const Peers& peers, const Framing& f
     // Event 0 has put the first session there already.
     Workload population = Workload::sessionStatuses(options.shape, options.sessions,
                                                     Workload::Order::cyclic, framing);
-    exchange.run(population, peers.sessionSource(),
-                 {.window = options.window, .events = options.sessions - 1});
+    exchange.runThrough(options.sessions - 1, options.window, population, peers.sessionSource());
 
     Workload workload =
         options.documents
             ? Workload::documents(options.shape, options.sessions, framing)
             : Workload::sessionStatuses(options.shape, options.sessions, options.order, framing);
     const TcpSocket& source = options.documents ? peers.ptpSource() : peers.sessionSource();
-    const auto runFor = [&](std::size_t window, double seconds) {
-        return exchange.run(workload, source,
-                            {.window = window, .duration = toNanoseconds(seconds)});
+    const auto runFor = [&](double seconds, std::size_t window) {
+        return exchange.runFor(toNanoseconds(seconds), window, workload, source);
     };
 
-    runFor(options.window, options.warmUpSeconds);
+    runFor(options.warmUpSeconds, options.window);
     const nanoseconds subjectBefore = cpuTimeOf(options.subject);
     const nanoseconds ownBefore = cpuTimeOf(::getpid());
-    const Exchange::Outcome throughput = runFor(options.window, options.seconds);
+    const Exchange::Outcome throughput = runFor(options.seconds, options.window);
     const nanoseconds subjectTime = cpuTimeOf(options.subject) - subjectBefore;
     const nanoseconds ownTime = cpuTimeOf(::getpid()) - ownBefore;
-    const Exchange::Outcome latency = runFor(1, options.latencySeconds);
+    exchange.drain(source);
+    const Exchange::Outcome latency = runFor(options.latencySeconds, 1);
+    exchange.drain(source);
     exchange.expectSilence();
 
     const double elapsed = Seconds(throughput.elapsed).count();
-    const double rate = static_cast<double>(throughput.events) / elapsed;
-    const auto events = static_cast<double>(throughput.latencies.size());
+    const auto deliveries = static_cast<double>(throughput.deliveries);
+    const double events = deliveries / static_cast<double>(options.consumers);
     Json::Value result;
     result["message_bytes"] = Json::UInt64{workload.deliveryBytes()};
-    result["events_per_second"] = rate;
-    result["deliveries_per_second"] = rate * static_cast<double>(options.consumers);
+    result["events_per_second"] = events / elapsed;
+    result["deliveries_per_second"] = deliveries / elapsed;
     result["latency_samples"] = Json::UInt64{latency.latencies.size()};
     result["latency_p50_us"] = percentile(latency.latencies, 0.5);
     result["latency_p99_us"] = percentile(latency.latencies, 0.99);
-    // Of all events, those that were under way when the time was up included.
     result["subject_cpu_us_per_event"] = Microseconds(subjectTime).count() / events;
     result["load_cpu_us_per_event"] = Microseconds(ownTime).count() / events;
     result["load_cores"] = Seconds(ownTime).count() / elapsed;

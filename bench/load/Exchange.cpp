@@ -8,7 +8,9 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -46,36 +48,55 @@ Exchange::~Exchange() {
     ::close(poll);
 }
 
-Exchange::Outcome Exchange::run(Workload& workload, const TcpSocket& source, const Limits& limits) {
-    const std::uint64_t first = completed;
+Exchange::Outcome Exchange::runFor(std::chrono::nanoseconds duration, std::size_t window,
+                                   Workload& workload, const TcpSocket& source) {
+    constexpr std::uint64_t kWithoutEnd = std::numeric_limits<std::uint64_t>::max();
+    const std::uint64_t deliveriesBefore = deliveries;
+    latencies.clear();
     const Clock::time_point start = Clock::now();
-    Outcome outcome;
-    for (bool more = true; more || completed < sent;) {
-        const Clock::time_point now = Clock::now();
-        if (more && (now - start >= limits.duration || sent - first == limits.events)) {
-            more = false;
-            outcome.events = completed - first;
-            outcome.elapsed = now - start;
-        }
-        while (more && sent - completed < limits.window && sent - first < limits.events &&
-               outgoing.size() < kOutgoingBytes) {
-            Event& event = slot(sent);
-            workload.produce(sent, outgoing, event.delivery);
-            event.consumersLeft = consumers.size();
-            event.sent = now;
-            ++sent;
-        }
-        flush(source);
-        if (completed < sent) {
-            waitAndReceive();
-        }
-        const Clock::time_point received = Clock::now();
-        while (completed < sent && slot(completed).consumersLeft == 0) {
-            outcome.latencies.push_back(received - slot(completed).sent);
-            ++completed;
-        }
+    while (Clock::now() - start < duration) {
+        produce(kWithoutEnd, window, workload);
+        exchange(source);
     }
-    return outcome;
+    return {.deliveries = deliveries - deliveriesBefore,
+            .elapsed = Clock::now() - start,
+            .latencies = std::move(latencies)};
+}
+
+void Exchange::runThrough(std::uint64_t count, std::size_t window, Workload& workload,
+                          const TcpSocket& source) {
+    for (const std::uint64_t end = sent + count; sent < end;) {
+        produce(end, window, workload);
+        exchange(source);
+    }
+    drain(source);
+}
+
+void Exchange::drain(const TcpSocket& source) {
+    while (completed < sent) {
+        exchange(source);
+    }
+}
+
+void Exchange::produce(std::uint64_t end, std::size_t window, Workload& workload) {
+    const Clock::time_point now = Clock::now();
+    while (sent < end && sent - completed < window && outgoing.size() < kOutgoingBytes) {
+        Event& event = slot(sent);
+        workload.produce(sent, outgoing, event.delivery);
+        event.consumersLeft = consumers.size();
+        event.sent = now;
+        ++sent;
+    }
+}
+
+void Exchange::exchange(const TcpSocket& source) {
+    flush(source);
+    waitAndReceive();
+    const Clock::time_point now = Clock::now();
+    while (completed < sent && slot(completed).consumersLeft == 0) {
+        latencies.push_back(now - slot(completed).sent);
+        ++completed;
+    }
 }
 
 void Exchange::flush(const TcpSocket& source) {
@@ -139,6 +160,7 @@ void Exchange::compare(Consumer& consumer, const char* bytes, std::size_t size) 
             consumer.offset = 0;
             ++consumer.event;
             --event.consumersLeft;
+            ++deliveries;
         }
     }
 }

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -18,23 +17,16 @@ class Exchange {
 public:
     using Clock = std::chrono::steady_clock;
 
-    struct Limits {
-        /// Events that have not reached every consumer yet.
-        std::size_t window = 1;
-        std::chrono::nanoseconds duration = std::chrono::nanoseconds::max();
-        std::uint64_t events = std::numeric_limits<std::uint64_t>::max();
-    };
-
     struct Outcome {
-        /// Within the duration; what was then under way has been received too, but not counted.
-        std::uint64_t events = 0;
+        /// Messages that consumers have received, all of them together.
+        std::uint64_t deliveries = 0;
         std::chrono::nanoseconds elapsed{0};
-        /// From sending an event to its arrival at the last consumer, one each event. Meaningful at
-        /// a window of 1.
+        /// From sending an event to its arrival at the last consumer, for each event that arrived.
+        /// Meaningful at a window of 1.
         std::vector<std::chrono::nanoseconds> latencies;
     };
 
-    /// Takes over after event 0. No run may use a larger window than `maxWindow`.
+    /// Takes over after event 0. `maxWindow` is the largest window that is going to be used.
     Exchange(const Peers& peersToUse, std::size_t maxWindow);
     ~Exchange();
     Exchange(const Exchange&) = delete;
@@ -42,7 +34,17 @@ public:
     Exchange(Exchange&&) = delete;
     Exchange& operator=(Exchange&&) = delete;
 
-    Outcome run(Workload& workload, const TcpSocket& source, const Limits& limits);
+    /// Keeps `window` events on their way to the consumers for the duration; they still are at the
+    /// end, so that a next call goes on at full speed.
+    Outcome runFor(std::chrono::nanoseconds duration, std::size_t window, Workload& workload,
+                   const TcpSocket& source);
+
+    /// Sends that many events and receives everything.
+    void runThrough(std::uint64_t count, std::size_t window, Workload& workload,
+                    const TcpSocket& source);
+
+    /// Receives everything that is under way.
+    void drain(const TcpSocket& source);
 
     /// Makes sure that no consumer got more than was sent.
     void expectSilence();
@@ -61,6 +63,8 @@ private:
     };
 
     Event& slot(std::uint64_t event) { return events[event % events.size()]; }
+    void produce(std::uint64_t end, std::size_t window, Workload& workload);
+    void exchange(const TcpSocket& source);
     void flush(const TcpSocket& source);
     void waitAndReceive();
     void receive(Consumer& consumer);
@@ -71,6 +75,8 @@ private:
     std::vector<Event> events;
     std::uint64_t sent = 1;
     std::uint64_t completed = 1;
+    std::uint64_t deliveries = 0;
+    std::vector<std::chrono::nanoseconds> latencies;
     std::string outgoing;
     std::size_t written = 0;
     std::vector<char> incoming;
