@@ -49,6 +49,7 @@ not get every message, in order and byte for byte, is void: exit status 1.
   --random          session statuses of the sessions at random instead of in turn
   --window N        events on their way at a time when throughput is measured (64)
   --seconds S       how long to measure throughput (1)
+  --events N        instead of measuring, send exactly N events at that window (for a profiler)
   --latency S       how long to measure latency, at a window of 1 (0)
   --warm-up S       the same load before, not measured (0.1)
   --broker PORT     the subject is an MQTT broker on this port of 127.0.0.1
@@ -63,6 +64,7 @@ struct Options {
     bool documents = false;
     Workload::Order order = Workload::Order::cyclic;
     std::size_t window = 64;
+    std::uint64_t events = 0;
     double seconds = 1;
     double latencySeconds = 0;
     double warmUpSeconds = 0.1;
@@ -102,6 +104,8 @@ const std::vector<Choice>& choices() {
         {"random", no_argument, [](Options& o, const char*) { o.order = Workload::Order::random; }},
         {"window", required_argument,
          [](Options& o, const char* text) { o.window = parse<std::size_t>(text); }},
+        {"events", required_argument,
+         [](Options& o, const char* text) { o.events = parse<std::uint64_t>(text); }},
         {"seconds", required_argument,
          [](Options& o, const char* text) { o.seconds = parse<double>(text); }},
         {"latency", required_argument,
@@ -181,6 +185,11 @@ Json::Value measure(const Options& options, const Peers& peers, const Framing& f
             ? Workload::documents(options.shape, options.sessions, framing)
             : Workload::sessionStatuses(options.shape, options.sessions, options.order, framing);
     const TcpSocket& source = options.documents ? peers.ptpSource() : peers.sessionSource();
+    if (options.events > 0) {
+        exchange.runThrough(options.events, options.window, workload, source);
+        exchange.expectSilence();
+        return {};
+    }
     const auto runFor = [&](double seconds, std::size_t window) {
         return exchange.runFor(toNanoseconds(seconds), window, workload, source);
     };
