@@ -1,14 +1,16 @@
 """What is measured: processes that the load generator finds listening, each started afresh."""
 
 import os
+import re
 import resource
 import shutil
 import signal
 import socket
 import subprocess
+import sys
 import time
 
-SERVICE_PORTS = range(5580, 5585)
+PROTOCOL_HEADER = os.path.join(os.path.dirname(__file__), "../platform/PlatformProtocol.hpp")
 BROKER_PORT = 18830
 PATIENCE_SECONDS = 10
 
@@ -19,9 +21,21 @@ def raise_descriptor_limit():
     resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
 
 
-def taken_ports():
-    """Those of the service's ports that somebody listens on."""
-    return [port for port in SERVICE_PORTS if accepts(port)]
+def endpoint_ports(constant=r"\w+"):
+    """The ports of the service and its peers; `constant` names a single endpoint."""
+    with open(PROTOCOL_HEADER, encoding="utf-8") as file:
+        ports = re.findall(rf'\b{constant} = "tcp://[^"]*:(\d+)"', file.read())
+    return sorted({int(port) for port in ports})
+
+
+def prepare(build):
+    """Ends the program when something is missing or in the way."""
+    if not os.path.exists(os.path.join(build, "bin", "kaikla-load")):
+        sys.exit(f"{sys.argv[0]}: {build} holds no measuring programs; build them first")
+    raise_descriptor_limit()
+    for port in endpoint_ports():
+        if accepts(port):
+            sys.exit(f"{sys.argv[0]}: somebody listens on port {port} already")
 
 
 def accepts(port):

@@ -14,8 +14,8 @@ struct Peers {
     std::vector<TcpSocket> sources;
     std::vector<TcpSocket> consumers;
 
-    [[nodiscard]] const TcpSocket& sessionSource() const { return sources.front(); }
-    [[nodiscard]] const TcpSocket& ptpSource() const { return sources.back(); }
+    const TcpSocket& sessionSource() const { return sources.front(); }
+    const TcpSocket& ptpSource() const { return sources.back(); }
 };
 
 /// Plays the services of the platform and `consumers` consumers for a subject that connects to

@@ -21,12 +21,12 @@ public:
     ~TcpSocket();
 
     /// Waits for the next connection.
-    [[nodiscard]] TcpSocket accept() const;
+    TcpSocket accept() const;
     void readExactly(char* into, std::size_t size) const;
     void writeAll(std::string_view bytes) const;
     /// The port of this end.
-    [[nodiscard]] std::uint16_t port() const;
-    [[nodiscard]] int fileDescriptor() const { return descriptor; }
+    std::uint16_t port() const;
+    int fileDescriptor() const { return descriptor; }
 
 private:
     explicit TcpSocket(int ownedDescriptor) : descriptor(ownedDescriptor) {}

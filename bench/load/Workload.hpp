@@ -23,7 +23,7 @@ public:
 
     /// Appends the text to `out` with the two numbers in place.
     void appendTo(std::string& out, std::uint64_t event, std::uint64_t session) const;
-    [[nodiscard]] std::size_t size() const { return bytes.size(); }
+    std::size_t size() const { return bytes.size(); }
 
 private:
     std::string bytes;
@@ -67,7 +67,7 @@ public:
     /// Appends the notification for an event and replaces `delivery` by what it must lead to.
     void produce(std::uint64_t event, std::string& notifications, std::string& delivery);
 
-    [[nodiscard]] std::size_t deliveryBytes() const { return delivered.size(); }
+    std::size_t deliveryBytes() const { return delivered.size(); }
 
 private:
     Workload(NumberedText notificationText, NumberedText deliveryText, std::uint64_t sessionCount,

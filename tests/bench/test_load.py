@@ -1,20 +1,19 @@
-#!/usr/bin/python3
 """The load generator must call a run void when a consumer did not get exactly what it should, and
 must count and time correctly when it did. The subject, with its faults, is played here.
-
-    load_test.py LOAD-GENERATOR
 """
 
 import json
+import os
 import subprocess
-import sys
 import time
 import unittest
 
 import zmq
 
-COMMANDS = "tcp://*:5580"
-PUBLISHERS = ["tcp://127.0.0.1:5581", "tcp://127.0.0.1:5583"]
+import protocol
+
+LOAD = os.environ["KAIKLA_LOAD"]
+PUBLISHERS = {"session-manager": "avmgr_session_status", "ptp-management": "zat_pmc_status_change"}
 FAULTY_EVENT = 50
 
 
@@ -29,12 +28,11 @@ class Subject:
         self.events = 0
         self.context = zmq.Context()
         self.subscriber = self.context.socket(zmq.SUB)
-        for endpoint in PUBLISHERS:
-            self.subscriber.connect(endpoint)
-        for kind in (b"1003", b"1000"):
-            self.subscriber.subscribe(kind)
+        for service, kind in PUBLISHERS.items():
+            self.subscriber.connect(protocol.NOTIFICATION_ENDPOINTS[service])
+            self.subscriber.subscribe(b"%d" % protocol.KINDS[service][kind])
         self.commands = self.context.socket(zmq.REP)
-        self.commands.bind(COMMANDS)
+        self.commands.bind(protocol.COMMAND_ENDPOINT)
         self.consumers = []
 
     def __enter__(self):
@@ -76,7 +74,7 @@ class Subject:
 
 class LoadTest(unittest.TestCase):
     def run_load(self, subject, *options):
-        command = [sys.argv[1], "--consumers", "2", "--warm-up", "0", *options]
+        command = [LOAD, "--consumers", "2", "--warm-up", "0", *options]
         with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                               text=True) as load:
             subject.serve(load)
@@ -124,9 +122,9 @@ class LoadTest(unittest.TestCase):
     def test_refuses_an_option_that_it_does_not_know(self):
         for words in (["--consumer-count", "3"], ["--consumers", "three"], ["--window", "0"]):
             with self.subTest(words=words):
-                load = subprocess.run([sys.argv[1], *words], capture_output=True, check=False)
+                load = subprocess.run([LOAD, *words], capture_output=True, check=False)
                 self.assertEqual(load.returncode, 2)
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    unittest.main()
