@@ -17,7 +17,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 /// What a handler logs and returns when there are only so many sockets in the context and places
 /// in the poll set; the last line is "CODE, N items". In a process of its own, because a handler

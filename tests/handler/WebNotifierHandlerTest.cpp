@@ -13,8 +13,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::IsEmpty;
 
 /// A handler that has no sockets: its callbacks change the document, nobody is told.
 class HandlerTest : public testing::Test {

@@ -18,13 +18,13 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr unsigned kBoth = Logger::kToFile | Logger::kToStandardError;
 
 class LoggerTest : public testing::Test {
 protected:
-    ~LoggerTest() override {
+    void SetUp() override { std::filesystem::create_directory(directory); }
+    void TearDown() override {
         Logger::createLogger(0, "", "");
         std::filesystem::remove_all(directory);
     }
@@ -40,9 +40,6 @@ protected:
     std::filesystem::path directory =
         std::filesystem::temp_directory_path() / ("logger-test-" + std::to_string(::getpid()));
     std::string file = directory / "x.log";
-
-private:
-    void SetUp() override { std::filesystem::create_directory(directory); }
 };
 
 void logOneOfEachLevel() {

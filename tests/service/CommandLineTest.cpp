@@ -7,15 +7,12 @@
 
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 class CommandLineTest : public ServiceTest {
 protected:
-    ~CommandLineTest() override { std::filesystem::remove(file); }
+    void TearDown() override { std::filesystem::remove(file); }
 
     std::string file = std::filesystem::temp_directory_path() /
                        ("command-line-" + std::to_string(::getpid()) + ".log");

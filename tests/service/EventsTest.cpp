@@ -3,9 +3,7 @@
 
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr auto kNewSession = AvmgrPublisher::avmgr_new_session;
@@ -19,10 +17,8 @@ class EventsTest : public ServiceTest {
 protected:
     void SetUp() override { startAll(); }
 
-    /// The log since the last call; complete, because a command has been carried out since.
+    /// The log since the last call, without the lines of the loop and of lists.
     std::vector<std::string> newLines() {
-        client.request(kList);
-        service->waitForError("GET Server list) carried out", ++lists + 1);
         std::vector<std::string> lines = log();
         lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(seen));
         seen += lines.size();
@@ -37,7 +33,6 @@ protected:
     }
 
 private:
-    int lists = 0;
     std::size_t seen = 0;
 };
 
@@ -187,8 +182,8 @@ TEST_F(EventsTest, WhatIsReadyTogetherIsHandledInTheOrderOfThePollSet) {
     const auto lines = log();
     const auto together = std::find(lines.begin(), lines.end(),
                                     "VERBOSE WebNotifierServer: Poll event received: 3 events");
-    ASSERT_NE(together, lines.end());
-    EXPECT_THAT(std::vector<std::string>(together - 1, lines.end()),
+    ASSERT_GE(lines.end() - together, 4);
+    EXPECT_THAT(std::vector<std::string>(together - 1, together + 4),
                 ElementsAre("DBG WebNotifierServer: something received",
                             "VERBOSE WebNotifierServer: Poll event received: 3 events",
                             "DBG command 2 (Remove remote info consumer) carried out",
@@ -206,7 +201,7 @@ TEST_F(EventsTest, FloodOfNotificationsIsHandledInOrderAndLeavesRoomForCommands)
             session->send(kRemoved, R"({"id":)" + std::to_string(i) + "}");
         }
     }
-    EXPECT_EQ(client.request(kList)["result"], 0);
+    list();
     for (int i = 0; i < kCount; ++i) {
         ASSERT_EQ(consumer.receive()["payload"]["id"], i);
     }

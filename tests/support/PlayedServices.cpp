@@ -5,6 +5,7 @@
 #include <zmq_addon.hpp>
 
 #include <array>
+#include <atomic>
 #include <iterator>
 #include <utility>
 
@@ -56,9 +57,12 @@ void PlayedPublisher::sendFrames(const std::vector<std::string>& frames) {
 PlayedNmosNode::PlayedNmosNode(zmq::context_t& context, const char* endpoint)
     : boundTo(endpoint), control(context, zmq::socket_type::pair) {
     control.set(zmq::sockopt::linger, 0);
-    control.bind("inproc://*");
+    // A name is given back in the background, so each object takes a new one.
+    static std::atomic<int> number{0};
+    const std::string name = "inproc://orders-" + std::to_string(++number);
+    control.bind(name);
     zmq::socket_t orders(context, zmq::socket_type::pair);
-    orders.connect(control.get(zmq::sockopt::last_endpoint));
+    orders.connect(name);
     thread = std::thread(&PlayedNmosNode::run, this,
                          makeBound(context, zmq::socket_type::router, endpoint), std::move(orders));
 }

@@ -18,7 +18,8 @@ void ServiceTest::playServices() {
 void ServiceTest::startService(std::vector<std::string> options) {
     options.insert(options.begin(), "kaikla");
     service.emplace(std::move(options));
-    ASSERT_EQ(client.request(kList)["result"], 0);
+    lists = 0;
+    list();
 }
 
 bool ServiceTest::waitForSubscriptions() {
@@ -36,6 +37,21 @@ Json::Value ServiceTest::command(unsigned id, const std::string& address) {
 void ServiceTest::registerAndGreet(Consumer& consumer) {
     ASSERT_EQ(add(consumer.address()), 0);
     ASSERT_EQ(consumer.receive()["command_name"], "status-all");
+}
+
+Json::Value ServiceTest::list() {
+    ++lists;
+    const Json::Value reply = client.request(kList);
+    EXPECT_EQ(reply["result"], 0);
+    return reply["payload"];
+}
+
+std::string ServiceTest::wholeLog() {
+    if (!service->waitForExit(std::chrono::milliseconds(0))) {
+        list();
+        EXPECT_TRUE(service->waitForError("GET Server list) carried out", lists));
+    }
+    return service->error();
 }
 
 Json::Value ServiceTest::document() {

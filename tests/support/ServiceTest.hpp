@@ -40,8 +40,13 @@ protected:
     /// Asks for the stop and returns the exit status; nothing when it takes longer than a second.
     std::optional<int> stop(int signal);
 
-    std::vector<std::string> log() { return logLines(service->error()); }
-    std::vector<std::string> errors() { return errorLines(service->error()); }
+    /// "GET Server list"; the reply's payload.
+    Json::Value list();
+
+    /// The log so far. Of a running service, which must log at level 6 or more, it holds all that
+    /// was done before the call: a list of the consumers is asked for, and its line waited for.
+    std::vector<std::string> log() { return logLines(wholeLog()); }
+    std::vector<std::string> errors() { return errorLines(wholeLog()); }
 
     static constexpr unsigned kGetStatus = 0;
     static constexpr unsigned kAdd = 1;
@@ -58,4 +63,7 @@ protected:
 
 private:
     Json::Value command(unsigned id, const std::string& address);
+    std::string wholeLog();
+
+    int lists = 0;
 };
