@@ -7,6 +7,7 @@
 #include "platform/records/JsonText.hpp"
 #include "platform/zmq/ConnectionAttempt.hpp"
 
+#include <chrono>
 #include <optional>
 #include <utility>
 
@@ -15,11 +16,16 @@ namespace {
 /// Longer than a connection to a service of the same device takes, refused or not.
 constexpr std::chrono::milliseconds kConnectLimit{100};
 
+/// How long a service may be gone before the wait for its answer ends.
+constexpr std::chrono::milliseconds kLookForService{20};
+
 /// A request socket that takes a request only for a connection that stands, so that a request to
-/// an absent service fails instead of waiting in a queue.
+/// an absent service fails instead of waiting in a queue; and that takes another one when the first
+/// was not answered.
 zmq::socket_t makeRequestSocket(zmq::context_t& context) {
     zmq::socket_t socket(context, zmq::socket_type::req);
     socket.set(zmq::sockopt::immediate, true);
+    socket.set(zmq::sockopt::req_relaxed, true);
     return socket;
 }
 
@@ -32,26 +38,52 @@ struct ClientJsonApi::State {
     const char* endpoint;
     int answerTimeoutMs;
     zmq::context_t* context = nullptr;
+    /// One for good: when consumers have taken every other socket, requests still have theirs.
     std::optional<zmq::socket_t> socket;
+    /// The library is connected, or tries to be.
+    bool connecting = false;
     JsonDecoder decoder;
 
-    bool isConnected() const {
-        return socket && (socket->get(zmq::sockopt::events) & ZMQ_POLLOUT) != 0;
+    void connect() {
+        socket->connect(endpoint);
+        connecting = true;
     }
+
+    void disconnect() {
+        if (connecting) {
+            connecting = false;
+            socket->disconnect(endpoint);
+        }
+    }
+
+    bool isConnected() const { return (socket->get(zmq::sockopt::events) & ZMQ_POLLOUT) != 0; }
 
     /// Tries at once instead of waiting for the library's next attempt: a service that has just
     /// come up is found, and one that is absent refuses within microseconds.
     bool connectAfresh() {
-        zmq::socket_t fresh = makeRequestSocket(*context);
-        const bool connected = connectAndWait(*context, fresh, endpoint, kConnectLimit);
-        socket = std::move(fresh);
-        return connected;
+        disconnect();
+        try {
+            ConnectionAttempt attempt(*context, *socket);
+            connect();
+            return attempt.succeedsWithin(kConnectLimit);
+        } catch (const zmq::error_t&) {
+            // There is no socket left to watch the attempt with, so that a refusal is not seen.
+            connect();
+            zmq_pollitem_t item{socket->handle(), -1, ZMQ_POLLOUT, 0};
+            return zmq_poll(&item, 1, static_cast<long>(kConnectLimit.count())) > 0;
+        }
     }
 
     bool waitForAnswer() {
+        const auto end =
+            std::chrono::steady_clock::now() + std::chrono::milliseconds(answerTimeoutMs);
         zmq_pollitem_t item{socket->handle(), -1, ZMQ_POLLIN, 0};
+        int ready = 0;
+        do {
+            ready = zmq_poll(&item, 1, static_cast<long>(kLookForService.count()));
+        } while (ready == 0 && isConnected() && std::chrono::steady_clock::now() < end);
         // An interruption ends the wait too: that is how a stop gets through a pending request.
-        return zmq_poll(&item, 1, answerTimeoutMs) > 0;
+        return ready > 0;
     }
 
     int fail(int code, const std::string& reason) const {
@@ -71,7 +103,7 @@ int ClientJsonApi::init(zmq::context_t& context) {
     state->context = &context;
     try {
         state->socket = makeRequestSocket(context);
-        state->socket->connect(state->endpoint);
+        state->connect();
     } catch (const zmq::error_t& error) {
         return state->fail(platform_protocol::kErrorSocket, error.what());
     }
@@ -79,16 +111,19 @@ int ClientJsonApi::init(zmq::context_t& context) {
 }
 
 int ClientJsonApi::request(unsigned commandId, const char* commandName, Json::Value& reply) {
-    if (state->context == nullptr) {
+    if (!state->socket) {
         return state->fail(platform_protocol::kErrorUnreachable, "not initialised");
     }
     IpcMsg message;
     message.commandId = commandId;
     message.commandName = commandName;
     try {
-        return state->exchange(message, reply);
+        const int code = state->exchange(message, reply);
+        // The answer may still come, or come twice; over a connection of its own the next request
+        // can never take it for its answer.
+        state->disconnect();
+        return code;
     } catch (const zmq::error_t& error) {
-        state->socket.reset();
         return state->fail(platform_protocol::kErrorUnreachable, error.what());
     }
 }
@@ -102,13 +137,10 @@ int ClientJsonApi::State::exchange(const IpcMsg& message, Json::Value& reply) {
     if (!socket->send(zmq::buffer(toCompactJson(json)), zmq::send_flags::dontwait)) {
         return fail(platform_protocol::kErrorUnreachable, "not connected");
     }
-    const bool answered = waitForAnswer();
-    const int code = answered ? readAnswer(reply)
-                              : fail(platform_protocol::kErrorUnreachable, "no answer in time");
-    // The answer may still come, or come twice; on a new socket it can never be taken for the next
-    // request's.
-    socket.reset();
-    return code;
+    if (!waitForAnswer()) {
+        return fail(platform_protocol::kErrorUnreachable, "no answer in time");
+    }
+    return readAnswer(reply);
 }
 
 int ClientJsonApi::State::readAnswer(Json::Value& reply) {

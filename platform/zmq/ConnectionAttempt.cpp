@@ -22,51 +22,34 @@ std::string freshMonitorEndpoint() {
     return name;
 }
 
-/// The monitor of one socket, for as long as the object lives. Events that nobody reads would pile
-/// up in it, so it is not kept beyond one attempt.
-class ScopedMonitor {
-public:
-    ScopedMonitor(zmq::context_t& context, zmq::socket_t& monitored)
-        : socket(monitored), events(context, zmq::socket_type::pair) {
-        const std::string endpoint = freshMonitorEndpoint();
-        if (zmq_socket_monitor(socket.handle(), endpoint.c_str(), kSucceeded | kFailed) != 0) {
-            throw zmq::error_t();
-        }
-        events.connect(endpoint);
-    }
-    ~ScopedMonitor() { zmq_socket_monitor(socket.handle(), nullptr, 0); }
-    ScopedMonitor(const ScopedMonitor&) = delete;
-    ScopedMonitor& operator=(const ScopedMonitor&) = delete;
-    ScopedMonitor(ScopedMonitor&&) = delete;
-    ScopedMonitor& operator=(ScopedMonitor&&) = delete;
-
-    bool waitForOutcome(std::chrono::milliseconds limit) {
-        zmq_pollitem_t item{events.handle(), -1, ZMQ_POLLIN, 0};
-        if (zmq_poll(&item, 1, static_cast<long>(limit.count())) <= 0) {
-            return false;
-        }
-        zmq::message_t event;
-        zmq::message_t address;
-        (void)events.recv(event);
-        (void)events.recv(address);
-        std::uint16_t kind = 0;
-        if (event.size() < sizeof kind) {
-            return false;
-        }
-        std::memcpy(&kind, event.data(), sizeof kind);
-        return kind == kSucceeded;
-    }
-
-private:
-    zmq::socket_t& socket;
-    zmq::socket_t events;
-};
-
 } // namespace
 
-bool connectAndWait(zmq::context_t& context, zmq::socket_t& socket, const char* endpoint,
-                    std::chrono::milliseconds limit) {
-    ScopedMonitor monitor(context, socket);
-    socket.connect(endpoint);
-    return monitor.waitForOutcome(limit);
+ConnectionAttempt::ConnectionAttempt(zmq::context_t& context, zmq::socket_t& monitored)
+    : socket(monitored), events(context, zmq::socket_type::pair) {
+    const std::string endpoint = freshMonitorEndpoint();
+    if (zmq_socket_monitor(socket.handle(), endpoint.c_str(), kSucceeded | kFailed) != 0) {
+        throw zmq::error_t();
+    }
+    events.connect(endpoint);
+}
+
+ConnectionAttempt::~ConnectionAttempt() {
+    zmq_socket_monitor(socket.handle(), nullptr, 0);
+}
+
+bool ConnectionAttempt::succeedsWithin(std::chrono::milliseconds limit) {
+    zmq_pollitem_t item{events.handle(), -1, ZMQ_POLLIN, 0};
+    if (zmq_poll(&item, 1, static_cast<long>(limit.count())) <= 0) {
+        return false;
+    }
+    zmq::message_t event;
+    zmq::message_t address;
+    (void)events.recv(event);
+    (void)events.recv(address);
+    std::uint16_t kind = 0;
+    if (event.size() < sizeof kind) {
+        return false;
+    }
+    std::memcpy(&kind, event.data(), sizeof kind);
+    return kind == kSucceeded;
 }

@@ -14,11 +14,11 @@ struct NamedCheck {
     void (*run)(const Report&, Form);
 };
 
-constexpr std::array<NamedCheck, 3> kChecks = {{
+constexpr std::array<NamedCheck, 5> kChecks = {{
     {"services", servicesRestarted},
     {"nmos-node", nmosNodeFaults},
-    //{"consumers", consumersVanish},
-//    {"full-queue", fullQueue},
+    {"consumers", consumersVanish},
+    {"full-queue", fullQueue},
     {"socket-limit", socketLimit},
 //    {"file-limit", descriptorLimit},
 //    {"log-file", logFileFaults},
