@@ -111,8 +111,9 @@ void fullQueue(const Report& report, Form form) {
                 "the whole service waits for the queue");
 
         const auto start = Clock::now();
-        while (!device.steady.readUpTo(device.sent - 1, 0)) {
-            stalling.readAll();
+        while (device.steady.last() < device.sent - 1) {
+            require(stalling.readUpTo(stalling.last() + 1, kPatienceMs), "the queue can be read");
+            device.steady.readAll();
         }
         longestReturn = std::max(longestReturn, std::chrono::duration_cast<std::chrono::microseconds>(
                                                     Clock::now() - start));
