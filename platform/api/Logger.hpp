@@ -32,8 +32,9 @@ public:
     /// Sets the log up from a word of the bits above, the file's name and the process's name.
     /// The file is appended to, created if missing, and rotated: three old ones are kept, FILE.1
     /// being the youngest. Returns 0, or -1 when the file cannot be opened; one line on standard
-    /// error then says so, and the log goes on without it. From here on SIGPIPE is ignored: a
-    /// reader of the log that goes away does not end the process.
+    /// error then says so, and the log goes on without it. From here on SIGPIPE and SIGXFSZ
+    /// are ignored: a reader of the log that goes away, or a limit of the size of files, does not
+    /// end the process.
     static int createLogger(unsigned int flags, std::string fileName, std::string processName);
 
     /// Writes one line; `format` and the arguments are printf's. Without createLogger, or at a

@@ -221,6 +221,7 @@ void noteFileOutcome(LogState& state, int error) {
 
 int Logger::createLogger(unsigned int flags, std::string fileName, std::string processName) {
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     occupyStandardDescriptors();
     LogState& state = logState();
     state.level = static_cast<int>(flags & kLevelMask);

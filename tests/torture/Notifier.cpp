@@ -4,30 +4,40 @@
 
 #include <cstdlib>
 
+namespace {
+
+/// A subscription begins with 1, the end of one with 0.
+bool isSubscription(const zmq::message_t& message) {
+    return message.size() > 1 && *message.data<char>() == 1;
+}
+
+} // namespace
+
 Notifier::Notifier(zmq::context_t& context, const char* endpoint)
     : socket(context, zmq::socket_type::xpub) {
     socket.set(zmq::sockopt::linger, 0);
+    // Every subscription, not only the first to its kind: the service before may not be gone yet.
+    socket.set(zmq::sockopt::xpub_verbose, 1);
     socket.bind(endpoint);
 }
 
 void Notifier::waitForSubscriptions(int kinds) {
     constexpr int kLimitMs = 5000;
     socket.set(zmq::sockopt::rcvtimeo, kLimitMs);
-    for (int i = 0; i < kinds; ++i) {
-        zmq::message_t subscription;
-        require(socket.recv(subscription).has_value(),
+    for (int subscribed = 0; subscribed < kinds;) {
+        zmq::message_t message;
+        require(socket.recv(message).has_value(),
                 "the service subscribes to a platform service within 5 s");
+        subscribed += isSubscription(message) ? 1 : 0;
     }
 }
 
 unsigned Notifier::newSubscription() {
-    zmq::message_t subscription;
-    if (!socket.recv(subscription, zmq::recv_flags::dontwait) || subscription.size() < 2 ||
-        *subscription.data<char>() != 1) {
+    zmq::message_t message;
+    if (!socket.recv(message, zmq::recv_flags::dontwait) || !isSubscription(message)) {
         return 0;
     }
-    return static_cast<unsigned>(
-        std::strtoul(subscription.to_string().substr(1).c_str(), nullptr, 10));
+    return static_cast<unsigned>(std::strtoul(message.to_string().substr(1).c_str(), nullptr, 10));
 }
 
 void Notifier::send(unsigned kind, const std::string& payload) {

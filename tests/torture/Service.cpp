@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 
 namespace {
@@ -75,13 +74,7 @@ std::size_t Service::residentBytes() const {
     return residentPages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
-std::size_t Service::openDescriptors() const {
-    const std::filesystem::directory_iterator descriptors("/proc/" + std::to_string(child.pid()) +
-                                                          "/fd");
-    return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
-}
-
-std::chrono::milliseconds Service::stop() {
+std::chrono::milliseconds stopProcess(ChildProcess& child) {
     constexpr std::chrono::milliseconds kPromised{1000};
     const auto start = Clock::now();
     child.signal(SIGTERM);

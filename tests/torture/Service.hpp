@@ -10,6 +10,10 @@
 #include <string>
 #include <vector>
 
+/// Ends the service by SIGTERM: status 0 within a second, or the promise is broken. Returns the time
+/// that it took.
+std::chrono::milliseconds stopProcess(ChildProcess& child);
+
 /// The service under torture: the real binary, started and ready for commands.
 class Service {
 public:
@@ -48,12 +52,8 @@ public:
     }
     /// Resident memory, bytes.
     std::size_t residentBytes() const;
-    /// Open descriptors.
-    std::size_t openDescriptors() const;
 
-    /// Ends the service by SIGTERM: status 0 within a second, or the promise is broken. Returns the
-    /// time that it took.
-    std::chrono::milliseconds stop();
+    std::chrono::milliseconds stop() { return stopProcess(child); }
 
 private:
     static void giveUpAfter(std::chrono::steady_clock::time_point end);

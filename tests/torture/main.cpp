@@ -14,16 +14,16 @@ struct NamedCheck {
     void (*run)(const Report&, Form);
 };
 
-constexpr std::array<NamedCheck, 5> kChecks = {{
+constexpr std::array<NamedCheck, 8> kChecks = {{
     {"services", servicesRestarted},
     {"nmos-node", nmosNodeFaults},
     {"consumers", consumersVanish},
     {"full-queue", fullQueue},
     {"socket-limit", socketLimit},
-//    {"file-limit", descriptorLimit},
-//    {"log-file", logFileFaults},
+    {"file-limit", descriptorLimit},
+    {"log-file", logFileFaults},
 //    {"crowd", crowd},
-//    {"stops", stops},
+    {"stops", stops},
 //    {"soak", soak},
 }};
 
