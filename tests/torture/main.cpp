@@ -14,7 +14,7 @@ struct NamedCheck {
     void (*run)(const Report&, Form);
 };
 
-constexpr std::array<NamedCheck, 8> kChecks = {{
+constexpr std::array<NamedCheck, 9> kChecks = {{
     {"services", servicesRestarted},
     {"nmos-node", nmosNodeFaults},
     {"consumers", consumersVanish},
@@ -22,7 +22,7 @@ constexpr std::array<NamedCheck, 8> kChecks = {{
     {"socket-limit", socketLimit},
     {"file-limit", descriptorLimit},
     {"log-file", logFileFaults},
-//    {"crowd", crowd},
+    {"crowd", crowd},
     {"stops", stops},
 //    {"soak", soak},
 }};
