@@ -14,7 +14,7 @@ struct NamedCheck {
     void (*run)(const Report&, Form);
 };
 
-constexpr std::array<NamedCheck, 9> kChecks = {{
+constexpr std::array<NamedCheck, 10> kChecks = {{
     {"services", servicesRestarted},
     {"nmos-node", nmosNodeFaults},
     {"consumers", consumersVanish},
@@ -24,7 +24,7 @@ constexpr std::array<NamedCheck, 9> kChecks = {{
     {"log-file", logFileFaults},
     {"crowd", crowd},
     {"stops", stops},
-//    {"soak", soak},
+    {"soak", soak},
 }};
 
 bool passes(const NamedCheck& check, Form form) {

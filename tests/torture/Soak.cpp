@@ -1,0 +1,274 @@
+#include "tests/torture/Checks.hpp"
+#include "tests/torture/Notifier.hpp"
+#include "tests/torture/Service.hpp"
+#include "tests/torture/SoakConsumer.hpp"
+#include "tests/torture/SoakLoad.hpp"
+
+#include "platform/PlatformProtocol.hpp"
+#include "tests/support/Consumer.hpp"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <deque>
+#include <list>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How many notifications of each service may be on their way. The three together stay below the
+/// thousand messages that a queue holds, so that nothing is dropped in front of the service and no
+/// consumer's queue fills.
+constexpr std::int64_t kWindow = 250;
+
+/// Notifications on their way from one service: confirmed when a consumer has been told.
+class InFlight {
+public:
+    void sent(bool told, std::int64_t number) {
+        ++sentCount;
+        if (told) {
+            awaited.push_back({number, sentCount});
+        }
+    }
+    void confirmUpTo(std::int64_t number) {
+        for (; !awaited.empty() && awaited.front().number <= number; awaited.pop_front()) {
+            confirmedCount = awaited.front().sentBefore;
+        }
+    }
+    bool windowIsFull() const { return sentCount - confirmedCount >= kWindow; }
+    bool allConfirmed() const { return awaited.empty(); }
+
+private:
+    struct Awaited {
+        std::int64_t number;
+        std::int64_t sentBefore;
+    };
+    std::deque<Awaited> awaited;
+    std::int64_t sentCount = 0;
+    std::int64_t confirmedCount = 0;
+};
+
+/// The service, its device and ten places for consumers, of whom the first never leaves.
+class SoakDay {
+public:
+    SoakDay() : service(context, {.arguments = {}, .launcher = {}, .withoutStandardError = true}) {
+        notifiers[SoakLoad::sessions].waitForSubscriptions(3);
+        notifiers[SoakLoad::ports].waitForSubscriptions(1);
+        notifiers[SoakLoad::ptp].waitForSubscriptions(2);
+        // The state first: a consumer's first message has to be numbered.
+        for (std::size_t source = 0; source < SoakLoad::sources; ++source) {
+            send(load.next());
+        }
+        waitForDocument();
+        for (InFlight& flight : inFlight) {
+            flight.confirmUpTo(0);
+        }
+        for (std::size_t place = 0; place < kPlaces; ++place) {
+            comeTo(place);
+        }
+    }
+
+    void notifyOne() {
+        const SoakLoad::Notification notification = load.next();
+        while (inFlight[notification.source].windowIsFull()) {
+            readAllWaiting();
+        }
+        send(notification);
+    }
+
+    /// One consumer leaves, or comes where one has left.
+    void change() {
+        const std::size_t place = 1 + generator() % (kPlaces - 1);
+        if (places[place]) {
+            leave(place);
+        } else {
+            comeTo(place);
+        }
+    }
+
+    /// Waits until everything has arrived, and holds the document against the expected one: the one
+    /// on request and the one that a new consumer gets.
+    void compareDocuments() {
+        while (std::any_of(inFlight.begin(), inFlight.end(),
+                           [](const InFlight& flight) { return !flight.allConfirmed(); })) {
+            readAllWaiting();
+        }
+        waitForDocument();
+        Consumer visitor(context);
+        require(service.addRemote(visitor.address()) == 0, "a consumer is registered");
+        require(visitor.receive()["payload"] == load.document(),
+                "a consumer that comes gets the document as it is");
+        require(service.removeRemote(visitor.address()) == 0, "a consumer is removed");
+    }
+
+    void finish() {
+        while (!leaving.empty()) {
+            readAllWaiting();
+        }
+        compareDocuments();
+    }
+
+    Service& kaikla() { return service; }
+    std::int64_t messages = 0;
+    std::int64_t comings = 0;
+
+private:
+    static constexpr std::size_t kPlaces = 10;
+
+    struct Leaving {
+        std::unique_ptr<SoakConsumer> consumer;
+        /// What had been told to everybody when it left, and has to arrive still.
+        SoakLoad::Progress target;
+    };
+
+    void send(const SoakLoad::Notification& notification) {
+        if (notification.source == SoakLoad::sessions && notification.told) {
+            told.add(notification.message);
+        }
+        notifiers[notification.source].send(notification.kind, notification.payload);
+        inFlight[notification.source].sent(notification.told,
+                                           load.numbers()[notification.source]);
+    }
+
+    void comeTo(std::size_t place) {
+        places[place] = std::make_unique<SoakConsumer>(context, told);
+        require(service.addRemote(places[place]->address()) == 0, "a consumer is registered");
+        ++comings;
+    }
+
+    void leave(std::size_t place) {
+        const SoakLoad::Progress target = places[0]->progress();
+        require(service.removeRemote(places[place]->address()) == 0, "a consumer is removed");
+        leaving.push_back({std::move(places[place]), target});
+    }
+
+    void waitForDocument() {
+        service.waitForDocument(
+            [&](const Json::Value& document) { return document == load.document(); });
+    }
+
+    /// Reads what every consumer has got; waits for it when there is nothing.
+    void readAllWaiting() {
+        const int count = readAll();
+        messages += count;
+        if (count > 0) {
+            return;
+        }
+        std::vector<zmq_pollitem_t> items;
+        for (const auto& consumer : places) {
+            if (consumer) {
+                items.push_back(consumer->pollItem());
+            }
+        }
+        for (const Leaving& consumer : leaving) {
+            items.push_back(consumer.consumer->pollItem());
+        }
+        constexpr std::chrono::seconds kPatience{10};
+        require(zmq::poll(items.data(), items.size(), kPatience) > 0,
+                "what has been notified is told to consumers");
+    }
+
+    int readAll() {
+        int count = 0;
+        SoakLoad::Progress slowest = load.numbers();
+        for (const auto& consumer : places) {
+            if (consumer) {
+                count += consumer->readAll();
+                heedSlower(slowest, consumer->progress());
+            }
+        }
+        SoakLoad::Progress needed = slowest;
+        for (auto one = leaving.begin(); one != leaving.end();) {
+            count += one->consumer->readAll();
+            heedSlower(needed, one->consumer->progress());
+            one = one->consumer->hasHeard(one->target) ? leaving.erase(one) : std::next(one);
+        }
+        for (std::size_t source = 0; source < SoakLoad::sources; ++source) {
+            inFlight[source].confirmUpTo(slowest[source]);
+        }
+        // A newcomer may start before the slowest of the others.
+        told.forgetUpTo(needed[SoakLoad::sessions] - 2 * kWindow);
+        return count;
+    }
+
+    static void heedSlower(SoakLoad::Progress& slowest, const SoakLoad::Progress& progress) {
+        for (std::size_t source = 0; source < SoakLoad::sources; ++source) {
+            if (progress[source] != SoakLoad::kNothing) {
+                slowest[source] = std::min(slowest[source], progress[source]);
+            }
+        }
+    }
+
+    zmq::context_t context;
+    Service service;
+    std::array<Notifier, SoakLoad::sources> notifiers = {
+        Notifier(context, platform_protocol::kSessionManagerEndpoint),
+        Notifier(context, platform_protocol::kPtpManagementEndpoint),
+        Notifier(context, platform_protocol::kSystemManagerEndpoint)};
+    SoakLoad load;
+    ToldSessions told;
+    std::array<InFlight, SoakLoad::sources> inFlight;
+    std::array<std::unique_ptr<SoakConsumer>, kPlaces> places;
+    std::list<Leaving> leaving;
+    std::mt19937 generator{7};
+};
+
+/// Resident memory, once the first tenth is over.
+class MemoryWatch {
+public:
+    void sample(std::size_t bytes, bool firstTenth) {
+        (firstTenth ? atFirst : later) = std::max(firstTenth ? atFirst : later, bytes);
+    }
+    double atFirstMb() const { return static_cast<double>(atFirst) / kMb; }
+    double growthMb() const {
+        return (static_cast<double>(later) - static_cast<double>(atFirst)) / kMb;
+    }
+
+private:
+    static constexpr double kMb = 1024.0 * 1024.0;
+    std::size_t atFirst = 0;
+    std::size_t later = 0;
+};
+
+} // namespace
+
+void soak(const Report& report, Form form) {
+    const int notifications = form == Form::full ? 2'000'000 : 40'000;
+    const int percent = notifications / 100;
+    constexpr int kChangeEvery = 1000;
+    constexpr int kComparisons = 20;
+    SoakDay day;
+    MemoryWatch memory;
+    const auto start = Clock::now();
+    for (int i = 1; i <= notifications; ++i) {
+        day.notifyOne();
+        if (i % kChangeEvery == 0) {
+            day.change();
+        }
+        if (i % percent == 0) {
+            memory.sample(day.kaikla().residentBytes(), i <= notifications / 10);
+        }
+        if (i % (notifications / kComparisons) == 0) {
+            day.compareDocuments();
+        }
+    }
+    day.finish();
+    const std::chrono::duration<double> taken = Clock::now() - start;
+
+    report.figure("notifications", notifications);
+    report.figure("consumers that came, nine places, one that stayed", day.comings);
+    report.figure("messages that arrived, none lost or out of order", day.messages);
+    report.figure("comparisons of the document, all equal", kComparisons + 1);
+    report.figure("duration", taken.count(), "s");
+    report.figure("resident memory, highest in the first tenth", memory.atFirstMb(), "MB");
+    report.figure("growth beyond that afterwards", memory.growthMb(), "MB");
+    constexpr double kAllowedMb = 1.0;
+    require(memory.growthMb() < kAllowedMb, "memory does not grow after the first tenth");
+    report.figure("stop", day.kaikla().stop().count(), "ms");
+}
