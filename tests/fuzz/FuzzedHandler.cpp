@@ -66,12 +66,13 @@ void FuzzedHandler::readMail() {
 }
 
 void FuzzedHandler::tidyUp() {
-    for (const Json::Value& session :
-         command(WebNotifierCommand::get_device_status)["status"]["sessions"]) {
+    const Json::Value reply = command(WebNotifierCommand::get_device_status);
+    for (const Json::Value& session : reply["status"]["sessions"]) {
         unsigned long long id = session["id"].asUInt64();
         WebNotifierHandler::avmgrNotifyRemovedSessionEvent(id);
     }
-    for (const Json::Value& address : command(WebNotifierCommand::get_server_list)["remote"]) {
+    const Json::Value list = command(WebNotifierCommand::get_server_list);
+    for (const Json::Value& address : list["remote"]) {
         if (address != consumerAddress) {
             Json::Value payload;
             payload["address"] = address;
