@@ -5,23 +5,31 @@
 
 #include <string>
 
-namespace {
-
-/// Sends one frame, waiting for as long as the consumer's queue is full. That is by design, but it
-/// holds up the whole service, so the log says whom it waits for before it does.
-void sendOrWait(zmq::socket_t& socket, const std::string& address, zmq::message_t& frame) {
-    if (socket.send(frame, zmq::send_flags::dontwait)) {
+/// Hands one frame over, waiting for as long as the consumer's queue is full. That is by design,
+/// but it holds up the whole service, so the log says whom it waits for before it does.
+void WebNotifierPublisher::send(const std::string& address, Remote& remote, zmq::message_t& frame) {
+    ++remote.taken;
+    if (remote.socket->send(frame, zmq::send_flags::dontwait)) {
         return;
     }
-    Logger::log(Logger::LOG_LEVEL_WRN,
-                "WebnotifierPublisher: the queue to %s is full, waiting for it to be read",
-                address.c_str());
-    Logger::flush();
+    if (remote.taken <= remote.socket->get(zmq::sockopt::sndhwm)) {
+        // A queue that cannot be full yet is gone: something that is no consumer answered at the
+        // address, and the library has given it up. Waiting would never end.
+        Logger::log(Logger::LOG_LEVEL_WRN,
+                    "WebnotifierPublisher: %s was not taken for a consumer, connecting again",
+                    address.c_str());
+        remote.socket->disconnect(address);
+        remote.socket->connect(address);
+        remote.taken = 1;
+    } else {
+        Logger::log(Logger::LOG_LEVEL_WRN,
+                    "WebnotifierPublisher: the queue to %s is full, waiting for it to be read",
+                    address.c_str());
+        Logger::flush();
+    }
     // The binding returns silently on EAGAIN.
-    (void)socket.send(frame, zmq::send_flags::none);
+    (void)remote.socket->send(frame, zmq::send_flags::none);
 }
-
-} // namespace
 
 // The interface takes the target by value.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
@@ -30,7 +38,7 @@ int WebNotifierPublisher::publishMessage(IpcMsg& message, std::string target) {
     message.moveInto(json);
     zmq::message_t frame = makeSharedFrame(toCompactJson(json));
 
-    for (auto& [address, socket] : remotes) {
+    for (auto& [address, remote] : remotes) {
         if (!target.empty() && target != address) {
             continue;
         }
@@ -39,7 +47,7 @@ int WebNotifierPublisher::publishMessage(IpcMsg& message, std::string target) {
         try {
             zmq::message_t copy;
             copy.copy(frame);
-            sendOrWait(*socket, address, copy);
+            send(address, remote, copy);
         } catch (const zmq::error_t&) {
             Logger::log(Logger::LOG_LEVEL_ERR,
                         "[WebnotifierPublisher] Error: sending message to socket %s interrupted",

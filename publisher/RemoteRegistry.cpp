@@ -8,7 +8,7 @@ WebNotifierPublisher::~WebNotifierPublisher() {
     Logger::log(Logger::LOG_LEVEL_INF, "Destroying %ld active connections",
                 static_cast<long>(remotes.size()));
     for (auto& remote : remotes) {
-        remote.second.reset();
+        remote.second.socket.reset();
     }
     remotes.clear();
 }
@@ -25,7 +25,7 @@ int WebNotifierPublisher::addRemote(zmq::context_t& context, std::string& addres
     try {
         auto socket = std::make_unique<zmq::socket_t>(context, ZMQ_PUSH);
         socket->connect(address);
-        remotes.emplace_hint(place, address, std::move(socket));
+        remotes.emplace_hint(place, address, Remote{std::move(socket)});
     } catch (const zmq::error_t& error) {
         Logger::log(Logger::LOG_LEVEL_ERR,
                     "WebnotifierPublisher: Error  Connecting socket on addr %s. Error [%d]::%s",

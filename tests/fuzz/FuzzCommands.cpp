@@ -27,8 +27,8 @@ public:
     std::string exchange(const std::vector<std::string_view>& frames) {
         client.send(zmq::message_t(), zmq::send_flags::sndmore);
         for (std::size_t i = 0; i < frames.size(); ++i) {
-            client.send(zmq::buffer(frames[i]), i + 1 < frames.size() ? zmq::send_flags::sndmore
-                                                                      : zmq::send_flags::none);
+            client.send(zmq::buffer(frames[i]),
+                        i + 1 < frames.size() ? zmq::send_flags::sndmore : zmq::send_flags::none);
         }
         handler.ipcPreProcessMsg(&server);
         zmq::message_t delimiter;

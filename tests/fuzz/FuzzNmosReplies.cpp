@@ -40,9 +40,8 @@ private:
             socket.send(client, zmq::send_flags::sndmore);
             socket.send(zmq::message_t(), zmq::send_flags::sndmore);
             for (std::size_t i = 0; i < answer.size(); ++i) {
-                socket.send(zmq::buffer(answer[i]), i + 1 < answer.size()
-                                                        ? zmq::send_flags::sndmore
-                                                        : zmq::send_flags::none);
+                socket.send(zmq::buffer(answer[i]), i + 1 < answer.size() ? zmq::send_flags::sndmore
+                                                                          : zmq::send_flags::none);
             }
         }
     }

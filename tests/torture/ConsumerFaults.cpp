@@ -1,13 +1,13 @@
+#include "handler/WebNotifierCommand.hpp"
+#include "platform/PlatformProtocol.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/Notifier.hpp"
 #include "tests/torture/NumberedConsumer.hpp"
 #include "tests/torture/Service.hpp"
 
-#include "handler/WebNotifierCommand.hpp"
-#include "platform/PlatformProtocol.hpp"
-
 #include <algorithm>
 #include <chrono>
+#include <list>
 #include <string>
 
 namespace {
@@ -50,9 +50,34 @@ struct NumberedDevice {
     }
 };
 
+/// Whatever else may be bound where a consumer should be: each answers, none takes messages.
+void somethingElseAnswers(const Report& report) {
+    NumberedDevice device;
+    const zmq::socket_type kinds[] = {zmq::socket_type::push, zmq::socket_type::router,
+                                      zmq::socket_type::dealer, zmq::socket_type::sub,
+                                      zmq::socket_type::rep};
+    std::list<zmq::socket_t> others;
+    std::string address;
+    for (const zmq::socket_type kind : kinds) {
+        zmq::socket_t& other = others.emplace_back(device.context, kind);
+        other.set(zmq::sockopt::linger, 0);
+        other.bind("tcp://127.0.0.1:*");
+        address = other.get(zmq::sockopt::last_endpoint);
+        require(device.service.addRemote(address) == 0, "whether anybody listens plays no part");
+    }
+    // Fewer than a queue holds: some of them are taken for consumers that are not there yet.
+    constexpr int kMessages = 900;
+    require(device.sendThrough(kMessages), "what is no consumer holds nobody up");
+    require(device.service.removeRemote(address) == 0, "commands go on");
+    report.figure("messages past addresses where no consumer answers", device.sent);
+    report.figure("stop", device.service.stop().count(), "ms");
+}
+
 } // namespace
 
 void consumersVanish(const Report& report, Form form) {
+    somethingElseAnswers(report);
+
     const int rounds = form == Form::full ? 50 : 5;
     constexpr int kMessages = 400;
     NumberedDevice device;
@@ -115,8 +140,9 @@ void fullQueue(const Report& report, Form form) {
             require(stalling.readUpTo(stalling.last() + 1, kPatienceMs), "the queue can be read");
             device.steady.readAll();
         }
-        longestReturn = std::max(longestReturn, std::chrono::duration_cast<std::chrono::microseconds>(
-                                                    Clock::now() - start));
+        longestReturn =
+            std::max(longestReturn,
+                     std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start));
         require(impatient.exchange(list).has_value(), "commands are answered again");
         require(stalling.readUpTo(device.sent - 1, kPatienceMs), "every queued message arrives");
         require(countOf(device.service.process().error(), line) < round + 5,

@@ -1,11 +1,10 @@
-#include "tests/torture/Checks.hpp"
-#include "tests/torture/Notifier.hpp"
-#include "tests/torture/Service.hpp"
-
 #include "handler/WebNotifierCommand.hpp"
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/ResultCode.hpp"
 #include "tests/support/Consumer.hpp"
+#include "tests/torture/Checks.hpp"
+#include "tests/torture/Notifier.hpp"
+#include "tests/torture/Service.hpp"
 
 #include <algorithm>
 #include <array>

@@ -1,10 +1,9 @@
+#include "platform/PlatformProtocol.hpp"
+#include "platform/api/ResultCode.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/Notifier.hpp"
 #include "tests/torture/NumberedConsumer.hpp"
 #include "tests/torture/Service.hpp"
-
-#include "platform/PlatformProtocol.hpp"
-#include "platform/api/ResultCode.hpp"
 
 #include <list>
 #include <string>
@@ -13,9 +12,9 @@ void descriptorLimit(const Report& report, Form /*form*/) {
     constexpr int kLimit = 64;
     constexpr int kPatienceMs = 5000;
     zmq::context_t context;
-    Service service(context, {.arguments = {},
-                              .launcher = {"/usr/bin/prlimit",
-                                           "--nofile=" + std::to_string(kLimit)}});
+    Service service(
+        context,
+        {.arguments = {}, .launcher = {"/usr/bin/prlimit", "--nofile=" + std::to_string(kLimit)}});
     Notifier sessionManager(context, platform_protocol::kSessionManagerEndpoint);
     sessionManager.waitForSubscriptions(3);
     std::int64_t sent = 0;

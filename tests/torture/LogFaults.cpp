@@ -1,9 +1,8 @@
+#include "platform/PlatformProtocol.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/Notifier.hpp"
 #include "tests/torture/NumberedConsumer.hpp"
 #include "tests/torture/Service.hpp"
-
-#include "platform/PlatformProtocol.hpp"
 
 #include <unistd.h>
 
@@ -136,8 +135,7 @@ void vanishedDirectory(const Report& report) {
 
 void nobodyReadsStandardError(const Report& report) {
     LoggingDevice device(
-        {.arguments = {},
-         .launcher = {"/bin/bash", "-c", R"(exec "$0" "$@" 2> >(true))"}});
+        {.arguments = {}, .launcher = {"/bin/bash", "-c", R"(exec "$0" "$@" 2> >(true))"}});
     device.logAtLeast(kSome);
     report.figure("standard error closed: messages delivered", device.sent);
     report.figure("standard error closed: stop", device.service.stop().count(), "ms");

@@ -1,10 +1,9 @@
+#include "platform/PlatformProtocol.hpp"
+#include "tests/support/Consumer.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/Notifier.hpp"
 #include "tests/torture/PlayedNmosNode.hpp"
 #include "tests/torture/Service.hpp"
-
-#include "platform/PlatformProtocol.hpp"
-#include "tests/support/Consumer.hpp"
 
 #include <algorithm>
 #include <array>
@@ -42,8 +41,7 @@ public:
                             sessionStatus(session, "nmos", ""));
         service.waitForDocument([&](const Json::Value& document) {
             const Json::Value& sessions = document["sessions"];
-            return !sessions.empty() &&
-                   sessions[sessions.size() - 1]["id"].asUInt64() == session;
+            return !sessions.empty() && sessions[sessions.size() - 1]["id"].asUInt64() == session;
         });
     }
 

@@ -58,9 +58,8 @@ bool NumberedConsumer::readOne(zmq::recv_flags flags) {
     }
     ++count;
     if (lastNumber >= 0 && number != lastNumber + 1) {
-        require(gapAllowed && number > lastNumber,
-                "message " + std::to_string(lastNumber + 1) + " follows, not " +
-                    std::to_string(number));
+        require(gapAllowed && number > lastNumber, "message " + std::to_string(lastNumber + 1) +
+                                                       " follows, not " + std::to_string(number));
         lost += number - lastNumber - 1;
     }
     gapAllowed = false;

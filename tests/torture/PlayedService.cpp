@@ -47,9 +47,9 @@ template <typename Notify>
     if (name == PlayedService::kSystemManager) {
         notifyForever(platform_protocol::kSystemManagerEndpoint, kEveryMs,
                       [&](Notifier& notifier, unsigned number) {
-                          notifier.send(SysmgrPublisher::sysmgr_dynamic_information_update,
-                                        portReport(life + "-" + std::to_string(number),
-                                                   number % 2 == 0));
+                          notifier.send(
+                              SysmgrPublisher::sysmgr_dynamic_information_update,
+                              portReport(life + "-" + std::to_string(number), number % 2 == 0));
                       });
     }
     notifyForever(platform_protocol::kPtpManagementEndpoint, kEveryMs,

@@ -6,8 +6,8 @@
 /// the option below, a service's name and the number of its life.
 ///
 /// Everything that it sends carries that life and a running number ("LIFE-NUMBER"): the session
-/// manager in the NMOS id of kNumberedSession, up to a thousand times a second; the others in the PTP
-/// clock's identity and a port's MAC address, up to two hundred times. The session manager also
+/// manager in the NMOS id of kNumberedSession, up to a thousand times a second; the others in the
+/// PTP clock's identity and a port's MAC address, up to two hundred times. The session manager also
 /// sends kAnonymousSession, without a device id: the NMOS node has to be asked for it.
 class PlayedService {
 public:

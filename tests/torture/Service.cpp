@@ -79,11 +79,10 @@ std::chrono::milliseconds stopProcess(ChildProcess& child) {
     const auto start = Clock::now();
     child.signal(SIGTERM);
     const auto status = child.waitForExit(2 * kPromised);
-    const auto taken =
-        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+    const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
     require(status == 0, "SIGTERM ends the service with status 0, not " +
                              (status ? std::to_string(*status) : std::string("later")));
-    require(taken <= kPromised, "a stop takes a second at most, not " +
-                                    std::to_string(taken.count()) + " ms");
+    require(taken <= kPromised,
+            "a stop takes a second at most, not " + std::to_string(taken.count()) + " ms");
     return taken;
 }

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-/// Ends the service by SIGTERM: status 0 within a second, or the promise is broken. Returns the time
-/// that it took.
+/// Ends the service by SIGTERM: status 0 within a second, or the promise is broken. Returns the
+/// time that it took.
 std::chrono::milliseconds stopProcess(ChildProcess& child);
 
 /// The service under torture: the real binary, started and ready for commands.
@@ -20,7 +20,8 @@ public:
     struct Options {
         /// Options of the service itself.
         std::vector<std::string> arguments;
-        /// A command that ends by executing the words behind it, such as {"prlimit", "--nofile=64"}.
+        /// A command that ends by executing the words behind it, such as {"prlimit",
+        /// "--nofile=64"}.
         std::vector<std::string> launcher;
         /// Standard error goes to /dev/null instead of into this process's memory.
         bool withoutStandardError = false;

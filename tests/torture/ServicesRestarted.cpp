@@ -1,9 +1,8 @@
+#include "handler/WebNotifierPublishCommand.hpp"
+#include "tests/support/Consumer.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/PlayedService.hpp"
 #include "tests/torture/Service.hpp"
-
-#include "handler/WebNotifierPublishCommand.hpp"
-#include "tests/support/Consumer.hpp"
 
 #include <algorithm>
 #include <array>
@@ -20,7 +19,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
-enum Played : std::size_t { sessionManager, systemManager, ptpManagement, nmosNode, playedServices };
+enum Played : std::size_t {
+    sessionManager,
+    systemManager,
+    ptpManagement,
+    nmosNode,
+    playedServices
+};
 constexpr std::array<const char*, playedServices> kNames = {
     PlayedService::kSessionManager, PlayedService::kSystemManager, PlayedService::kPtpManagement,
     PlayedService::kNmosNode};
@@ -84,9 +89,9 @@ private:
     void hear(Played which, int life) {
         if (life == lives[which] && heard[which] != life) {
             heard[which] = life;
-            longestReturn = std::max(
-                longestReturn,
-                std::chrono::duration_cast<Milliseconds>(Clock::now() - started[which]));
+            longestReturn =
+                std::max(longestReturn,
+                         std::chrono::duration_cast<Milliseconds>(Clock::now() - started[which]));
         }
     }
 

@@ -1,11 +1,10 @@
+#include "platform/PlatformProtocol.hpp"
+#include "tests/support/Consumer.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/Notifier.hpp"
 #include "tests/torture/Service.hpp"
 #include "tests/torture/SoakConsumer.hpp"
 #include "tests/torture/SoakLoad.hpp"
-
-#include "platform/PlatformProtocol.hpp"
-#include "tests/support/Consumer.hpp"
 
 #include <algorithm>
 #include <array>
@@ -132,8 +131,7 @@ private:
             told.add(notification.message);
         }
         notifiers[notification.source].send(notification.kind, notification.payload);
-        inFlight[notification.source].sent(notification.told,
-                                           load.numbers()[notification.source]);
+        inFlight[notification.source].sent(notification.told, load.numbers()[notification.source]);
     }
 
     void comeTo(std::size_t place) {

@@ -32,7 +32,8 @@ int SoakConsumer::readAll() {
 bool SoakConsumer::hasHeard(const SoakLoad::Progress& target) const {
     for (std::size_t source = 0; source < target.size(); ++source) {
         // Whoever leaves soon after it came may not have been told of any session.
-        const bool toldNothing = source == SoakLoad::sessions && heard[source] == SoakLoad::kNothing;
+        const bool toldNothing =
+            source == SoakLoad::sessions && heard[source] == SoakLoad::kNothing;
         if (heard[source] < target[source] && !toldNothing) {
             return false;
         }

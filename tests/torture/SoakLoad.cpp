@@ -132,8 +132,8 @@ SoakLoad::Notification SoakLoad::newSession() {
 SoakLoad::Notification SoakLoad::removedSession() {
     const std::uint64_t id = someSession();
     present.remove_if([id](const Session& session) { return session.id == id; });
-    return {sessions, AvmgrPublisher::avmgr_removed_session,
-            R"({"id":)" + std::to_string(id) + "}", false, ""};
+    return {sessions, AvmgrPublisher::avmgr_removed_session, R"({"id":)" + std::to_string(id) + "}",
+            false, ""};
 }
 
 Json::Value SoakLoad::settings(std::int64_t number) const {
@@ -213,7 +213,8 @@ SoakLoad::Notification SoakLoad::portReport(bool changed) {
         ++given[ports];
         portStates = report["eths"];
     }
-    return {ports, SysmgrPublisher::sysmgr_dynamic_information_update, compact(report), changed, ""};
+    return {ports, SysmgrPublisher::sysmgr_dynamic_information_update, compact(report), changed,
+            ""};
 }
 
 Json::Value SoakLoad::document() const {

@@ -1,11 +1,10 @@
+#include "platform/PlatformProtocol.hpp"
+#include "platform/api/ResultCode.hpp"
+#include "tests/support/Consumer.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/Notifier.hpp"
 #include "tests/torture/PlayedNmosNode.hpp"
 #include "tests/torture/Service.hpp"
-
-#include "platform/PlatformProtocol.hpp"
-#include "platform/api/ResultCode.hpp"
-#include "tests/support/Consumer.hpp"
 
 #include <chrono>
 #include <string>
@@ -26,8 +25,7 @@ std::string absentConsumer(int number) {
 /// Whether a session's status gets through to `consumer`.
 void checkSessionArrives(Notifier& sessionManager, Consumer& consumer, std::uint64_t id,
                          const std::string& deviceId) {
-    sessionManager.send(AvmgrPublisher::avmgr_session_status,
-                        sessionStatus(id, "nmos", deviceId));
+    sessionManager.send(AvmgrPublisher::avmgr_session_status, sessionStatus(id, "nmos", deviceId));
     const Json::Value message = consumer.receive();
     require(message["payload"]["id"].asUInt64() == id, "messages go on at the limit");
 }
@@ -62,9 +60,8 @@ void socketLimit(const Report& report, Form /*form*/) {
         // Nobody there, then a node that does not answer at first: a fresh attempt to connect would
         // need sockets that are gone.
         sessionManager.send(AvmgrPublisher::avmgr_session_status, sessionStatus(2, name, ""));
-        service.waitForDocument([](const Json::Value& document) {
-            return document["device_id"].asString().empty();
-        });
+        service.waitForDocument(
+            [](const Json::Value& document) { return document["device_id"].asString().empty(); });
         const PlayedNmosNode node(context, [name](int request) {
             PlayedNmosNode::Manner manner;
             manner.answers = request > 1;

@@ -1,10 +1,9 @@
+#include "platform/PlatformProtocol.hpp"
+#include "tests/support/Consumer.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/Notifier.hpp"
 #include "tests/torture/PlayedNmosNode.hpp"
 #include "tests/torture/Service.hpp"
-
-#include "platform/PlatformProtocol.hpp"
-#include "tests/support/Consumer.hpp"
 
 #include <algorithm>
 #include <array>
