@@ -1,0 +1,259 @@
+#include "tools/kaiklactl/Doctor.hpp"
+
+#include "platform/PlatformProtocol.hpp"
+#include "platform/records/JsonMember.hpp"
+#include "tools/kaiklactl/ListeningConsumer.hpp"
+#include "tools/kaiklactl/Notice.hpp"
+#include "tools/kaiklactl/OneTimeRequest.hpp"
+#include "tools/kaiklactl/OwnAddress.hpp"
+#include "tools/kaiklactl/Reachability.hpp"
+#include "tools/kaiklactl/Table.hpp"
+#include "tools/kaiklactl/Wording.hpp"
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <optional>
+#include <vector>
+
+namespace kaiklactl {
+namespace {
+
+using std::chrono::milliseconds;
+
+/// The lines of the report, written as soon as they are known.
+class Report {
+public:
+    void ok(const std::string& subject, const std::string& text) {
+        line({"ok", Style::good}, subject, text);
+    }
+    /// Worth knowing, but nothing is wrong with it as such.
+    void note(const std::string& subject, const std::string& text) {
+        line({"note", Style::warning}, subject, text);
+    }
+    void fault(const std::string& subject, const std::string& text) {
+        faulty = true;
+        line({"FAIL", Style::alarm}, subject, text);
+    }
+    bool hasFault() const { return faulty; }
+
+private:
+    void line(const Cell& verdict, const std::string& subject, const std::string& text) const {
+        Table table;
+        table.add({verdict, subject, text});
+        std::cout << table.text(colour) << std::flush;
+    }
+
+    bool colour = colourWanted();
+    bool faulty = false;
+};
+
+/// A consumer that is on the service's list for as long as the object lives.
+class TemporaryRegistration {
+public:
+    TemporaryRegistration(zmq::context_t& zmqContext, const Service& itsService,
+                          std::string consumer, StopSignals& stop)
+        : context(zmqContext), service(itsService), address(std::move(consumer)) {
+        try {
+            request(context, service, WebNotifierCommand::add_remote_info_consumer,
+                    consumerPayload(address), &stop);
+        } catch (...) {
+            // The request may be on its way all the same.
+            remove();
+            throw;
+        }
+    }
+    ~TemporaryRegistration() { remove(); }
+    TemporaryRegistration(const TemporaryRegistration&) = delete;
+    TemporaryRegistration& operator=(const TemporaryRegistration&) = delete;
+    TemporaryRegistration(TemporaryRegistration&&) = delete;
+    TemporaryRegistration& operator=(TemporaryRegistration&&) = delete;
+
+private:
+    void remove() noexcept {
+        try {
+            request(context, service, WebNotifierCommand::remove_remote_info_consumer,
+                    consumerPayload(address));
+        } catch (const std::exception& error) {
+            notice(address + " may still be registered: " + error.what());
+        }
+    }
+
+    zmq::context_t& context;
+    const Service& service;
+    const std::string address;
+};
+
+class Doctor {
+public:
+    Doctor(const Options& doctorOptions, zmq::context_t& zmqContext, StopSignals& stopSignals)
+        : options(doctorOptions), service{options.server, options.timeout}, context(zmqContext),
+          stop(stopSignals) {}
+
+    ExitStatus run() {
+        try {
+            const auto start = std::chrono::steady_clock::now();
+            consumers = registeredConsumers(ask(WebNotifierCommand::get_server_list));
+            report.ok("service", "answers at " + service.endpoint + " after " + since(start) + ".");
+        } catch (const NoAnswer& failure) {
+            report.fault("service",
+                         failure.what() + std::string(" Start it (systemctl start kaikla), look at "
+                                                      "its log, or name its endpoint with "
+                                                      "--server. If it is busy, its last log lines "
+                                                      "name the consumer it is sending to: "
+                                                      "end that consumer."));
+            return ExitStatus::noAnswer;
+        }
+        checkRegistration();
+        checkReachability();
+        checkMessages();
+        return report.hasFault() ? ExitStatus::refused : ExitStatus::success;
+    }
+
+private:
+    Json::Value ask(WebNotifierCommand::webnotifier_command_id_t command) {
+        return request(context, service, command, Json::Value(), &stop);
+    }
+
+    static std::string since(std::chrono::steady_clock::time_point start) {
+        const auto span = std::chrono::steady_clock::now() - start;
+        return std::to_string(std::chrono::ceil<milliseconds>(span).count()) + " ms";
+    }
+
+    void checkRegistration();
+    void checkReachability();
+    void checkReachability(const std::string& address);
+    void checkMessages();
+    std::optional<std::string> timeOfOwnMessage();
+    void checkDeviceId(bool published);
+
+    const Options& options;
+    const Service service;
+    zmq::context_t& context;
+    StopSignals& stop;
+    Report report;
+    std::vector<std::string> consumers;
+};
+
+void Doctor::checkRegistration() {
+    constexpr const char* kSubject = "registered";
+    const std::string& address = options.address;
+    if (address.empty()) {
+        if (consumers.empty()) {
+            report.note(kSubject, "no consumer is registered, so nothing is sent to anybody. "
+                                  "Register one with \"kaiklactl add ADDRESS\".");
+        } else {
+            report.ok(kSubject, counted(consumers.size(), "consumer") + ".");
+        }
+    } else if (std::find(consumers.begin(), consumers.end(), address) != consumers.end()) {
+        report.ok(kSubject, address + " is registered.");
+    } else {
+        report.fault(kSubject, address +
+                                   " is not registered; addresses count letter by letter, and "
+                                   "a restart of the service forgets them. Register it with "
+                                   "\"kaiklactl add " +
+                                   address + "\".");
+    }
+}
+
+void Doctor::checkReachability() {
+    if (!options.address.empty()) {
+        checkReachability(options.address);
+        return;
+    }
+    for (const std::string& address : consumers) {
+        checkReachability(address);
+    }
+}
+
+void Doctor::checkReachability(const std::string& address) {
+    constexpr const char* kSubject = "reachable";
+    if (isLoopback(address) && !isLoopback(service.endpoint)) {
+        report.note(kSubject, address +
+                                  " is the device's own loopback address: it is of use only "
+                                  "to a consumer on the device, and cannot be tried from "
+                                  "here. A consumer elsewhere must register its own address.");
+        return;
+    }
+    switch (tryConnecting(context, address, service.timeout, stop)) {
+    case Reachability::consumer:
+        report.ok(kSubject, "a consumer listens at " + address + ", seen from here.");
+        break;
+    case Reachability::stranger:
+        report.fault(kSubject, "something listens at " + address +
+                                   ", but it does not take messages "
+                                   "as a ZeroMQ PULL socket does. "
+                                   "Look at what has this port.");
+        break;
+    case Reachability::nobody:
+        report.fault(kSubject, "nobody accepts connections at " + address +
+                                   " from here. Start the "
+                                   "consumer, or look at the "
+                                   "firewall of its machine.");
+        break;
+    case Reachability::invalid:
+        report.fault(kSubject, address + " is no address to connect to. It must look like "
+                                         "tcp://192.0.2.10:7000.");
+        break;
+    }
+}
+
+void Doctor::checkMessages() {
+    constexpr const char* kSubject = "messages";
+    std::optional<std::string> time;
+    try {
+        time = timeOfOwnMessage();
+    } catch (const Failure& failure) {
+        report.fault(kSubject,
+                     std::string("a consumer of this check was refused: ") + failure.what());
+        return;
+    }
+    checkDeviceId(time.has_value());
+    if (!time) {
+        report.fault(kSubject, "none came to a consumer of this check. If the device id is known, "
+                               "the service cannot connect to this machine: look at its firewall.");
+        return;
+    }
+    report.ok(kSubject, "one came just now to a consumer of this check, " + *time +
+                            " after it registered. When the last one left for another consumer, "
+                            "the service's log tells: \"Publishing message to socket\".");
+}
+
+/// Registers a consumer of its own, which gets the whole status at once, and says how long that
+/// took. Nothing when none came.
+std::optional<std::string> Doctor::timeOfOwnMessage() {
+    ListeningConsumer consumer(context, "", service.endpoint);
+    const auto start = std::chrono::steady_clock::now();
+    const TemporaryRegistration registration(context, service, consumer.address(), stop);
+    std::array<zmq_pollitem_t, 2> items = {consumer.messageItem(), stop.pollItem()};
+    zmq_poll(items.data(), items.size(), static_cast<long>(service.timeout.count()));
+    if (const int signal = stop.take(); signal != 0) {
+        throw Interrupted{signal};
+    }
+    return consumer.receive() ? std::optional(since(start)) : std::nullopt;
+}
+
+void Doctor::checkDeviceId(bool published) {
+    constexpr const char* kSubject = "device id";
+    const Json::Value document = ask(WebNotifierCommand::get_device_status)["status"];
+    const std::string deviceId = json_member::text(document, "device_id");
+    if (!deviceId.empty()) {
+        report.ok(kSubject, deviceId + ".");
+    } else if (published) {
+        report.note(kSubject, "the NMOS node names none, so messages carry an empty one. Look at "
+                              "the node's configuration.");
+    } else {
+        report.fault(kSubject, std::string("unknown, and without it nothing is published. The NMOS "
+                                           "node of the device gives it: start it, or look why "
+                                           "it does not answer at ") +
+                                   platform_protocol::kNmosNodeEndpoint + ".");
+    }
+}
+
+} // namespace
+
+ExitStatus runDoctor(const Options& options, zmq::context_t& context, StopSignals& stop) {
+    return Doctor(options, context, stop).run();
+}
+
+} // namespace kaiklactl

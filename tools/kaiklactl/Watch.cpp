@@ -1,0 +1,264 @@
+#include "tools/kaiklactl/Watch.hpp"
+
+#include "platform/records/JsonText.hpp"
+#include "tools/kaiklactl/MessageLine.hpp"
+#include "tools/kaiklactl/Notice.hpp"
+#include "tools/kaiklactl/Wording.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <vector>
+
+namespace kaiklactl {
+namespace {
+
+using std::chrono::milliseconds;
+
+/// The service sends the whole status before it answers the registration; connecting takes a
+/// moment.
+constexpr milliseconds kFirstMessageLimit{1000};
+/// How long the messages sent before the removal may take to arrive.
+constexpr milliseconds kDrainLimit{300};
+
+/// Messages taken in one turn of the loop, so that a flood of them does not keep a signal waiting.
+constexpr int kMessagesATurn = 256;
+
+} // namespace
+
+Watch::Watch(const Options& watchOptions, zmq::context_t& zmqContext, StopSignals& stopSignals)
+    : options(watchOptions), service{options.server, options.timeout}, context(zmqContext),
+      stop(stopSignals), output(STDOUT_FILENO), consumer(context, options.bind, options.server),
+      address(options.advertised.empty() ? consumer.address() : options.advertised) {}
+
+ExitStatus Watch::run() {
+    connect();
+    enter(Phase::connecting, service.timeout);
+    while (phase != Phase::ended) {
+        wait();
+        takeMessages();
+        takeReplies();
+        takeConnectionState();
+        takeSignal();
+        takeDeadline();
+    }
+    if (output.error() != 0) {
+        throw Failure(ExitStatus::output, std::string("the output cannot be written: ") +
+                                              std::strerror(output.error()));
+    }
+    return status;
+}
+
+void Watch::enter(Phase next, std::optional<milliseconds> limit) {
+    phase = next;
+    deadline = limit ? std::optional(Clock::now() + *limit) : std::nullopt;
+}
+
+void Watch::connect() {
+    connection.reset();
+    connection.emplace(context, service.endpoint);
+}
+
+void Watch::wait() {
+    std::array<zmq_pollitem_t, 6> items = {consumer.messageItem(),  consumer.stateItem(),
+                                           connection->replyItem(), connection->stateItem(),
+                                           stop.pollItem(),         output.pollItem()};
+    // A closed output would be reported again and again while this consumer takes itself out.
+    const int count = static_cast<int>(items.size()) - (output.closed() ? 1 : 0);
+    if (zmq_poll(items.data(), count, deadline ? untilDeadline(*deadline) : -1) < 0) {
+        throw zmq::error_t();
+    }
+    if (!output.closed()) {
+        output.proceed(items.back().revents);
+    }
+    if (output.closed() && phase < Phase::removing) {
+        finish();
+    }
+    if (output.idle()) {
+        if (const std::size_t leftOut = output.takeLeftOut(); leftOut > 0) {
+            notice(counted(leftOut, "message") + " left out: the output was not read.");
+        }
+    }
+}
+
+void Watch::takeMessages() {
+    for (int turn = 0; turn < kMessagesATurn; ++turn) {
+        const std::optional<std::string> frame = consumer.receive();
+        if (!frame) {
+            return;
+        }
+        hasMessage = true;
+        if (phase == Phase::watching) {
+            deadline.reset();
+        }
+        if (!hasEnough()) {
+            printMessage(*frame);
+        }
+    }
+}
+
+void Watch::printMessage(const std::string& frame) {
+    if (!options.json) {
+        output.add(messageLine(frame, std::chrono::system_clock::now(), history));
+    } else {
+        try {
+            output.add(toCompactJson(readObject(frame)));
+        } catch (const Json::Exception& error) {
+            notice(std::string("a message is left out: it is ") + error.what() + ".");
+            return;
+        }
+    }
+    ++messageCount;
+    if (hasEnough() && phase < Phase::removing) {
+        finish();
+    }
+}
+
+void Watch::takeReplies() {
+    while (const std::optional<Reply> reply = connection->receive()) {
+        takeReply(*reply);
+    }
+}
+
+void Watch::takeReply(const Reply& reply) {
+    if (phase == Phase::registering &&
+        reply.command == WebNotifierCommand::add_remote_info_consumer) {
+        if (reply.result < 0) {
+            notice(reply.error);
+            status = ExitStatus::refused;
+            enter(Phase::ended);
+            return;
+        }
+        notice(wasRegistered ? "the service is back; " + address + " is registered again."
+                             : address + " is registered with " + service.endpoint + ".");
+        wasRegistered = true;
+        enter(Phase::watching, hasMessage ? std::nullopt : std::optional(kFirstMessageLimit));
+    } else if (phase == Phase::checking && reply.command == WebNotifierCommand::get_server_list) {
+        const std::vector<std::string> consumers = registeredConsumers(reply.payload);
+        if (std::find(consumers.begin(), consumers.end(), address) != consumers.end()) {
+            enter(Phase::watching);
+            return;
+        }
+        notice("somebody else has removed " + address + " from the service.");
+        status = ExitStatus::refused;
+        enter(Phase::flushing, kDrainLimit);
+    } else if (phase == Phase::removing &&
+               reply.command == WebNotifierCommand::remove_remote_info_consumer) {
+        enter(Phase::draining, kDrainLimit);
+    }
+}
+
+void Watch::takeConnectionState() {
+    // The service closes the connection to a consumer when it has removed it and has nothing more
+    // to send, and when it ends.
+    if (consumer.lostConnection()) {
+        if (phase == Phase::watching) {
+            connection->send(WebNotifierCommand::get_server_list);
+            enter(Phase::checking, service.timeout);
+        } else if (phase == Phase::draining) {
+            takeMessages();
+            beginFlushing();
+        }
+    }
+    switch (connection->update()) {
+    case ServiceConnection::State::connected:
+        if (phase == Phase::connecting) {
+            hasMessage = false;
+            connection->send(WebNotifierCommand::add_remote_info_consumer,
+                             consumerPayload(address));
+            enter(Phase::registering,
+                  wasRegistered ? std::nullopt : std::optional(service.timeout));
+        }
+        break;
+    case ServiceConnection::State::lost:
+        if (phase == Phase::removing || phase == Phase::draining) {
+            // The registration has gone with the service.
+            beginFlushing();
+        } else if (phase != Phase::flushing && phase != Phase::ended) {
+            notice("the service is gone; waiting for it to come back.");
+            history.forget();
+            connect();
+            enter(Phase::connecting);
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+void Watch::takeSignal() {
+    if (stop.take() != 0) {
+        finish();
+    }
+}
+
+void Watch::takeDeadline() {
+    if (phase == Phase::flushing && (output.idle() || output.closed())) {
+        enter(Phase::ended);
+    }
+    if (!deadline || Clock::now() < *deadline) {
+        return;
+    }
+    switch (phase) {
+    case Phase::registering:
+        // The service may still come to the request, after this consumer has gone.
+        connection->send(WebNotifierCommand::remove_remote_info_consumer, consumerPayload(address));
+        [[fallthrough]];
+    case Phase::connecting:
+        notice(noAnswerSentence(service, connection->update()));
+        status = ExitStatus::noAnswer;
+        enter(Phase::ended);
+        break;
+    case Phase::watching:
+        notice("nothing has come yet; \"kaiklactl doctor " + address + "\" may tell why.");
+        deadline.reset();
+        break;
+    case Phase::checking:
+        enter(Phase::watching);
+        break;
+    case Phase::removing:
+        notice(noAnswerSentence(service, connection->update()) + " " + address +
+               " may still be registered: \"kaiklactl remove " + address + "\".");
+        status = ExitStatus::noAnswer;
+        beginFlushing();
+        break;
+    case Phase::draining:
+        beginFlushing();
+        break;
+    default:
+        enter(Phase::ended);
+        break;
+    }
+}
+
+void Watch::finish() {
+    switch (phase) {
+    case Phase::connecting:
+        beginFlushing();
+        break;
+    case Phase::registering:
+    case Phase::watching:
+    case Phase::checking:
+        connection->send(WebNotifierCommand::remove_remote_info_consumer, consumerPayload(address));
+        enter(Phase::removing, service.timeout);
+        break;
+    default:
+        // Told twice: at once.
+        enter(Phase::ended);
+        break;
+    }
+}
+
+void Watch::beginFlushing() {
+    // Who asked for a number of messages gets them; else a reader that has stopped reading is not
+    // waited for.
+    enter(Phase::flushing, hasEnough() ? std::nullopt : std::optional(kDrainLimit));
+}
+
+bool Watch::hasEnough() const {
+    return options.count != 0 && messageCount >= options.count;
+}
+
+} // namespace kaiklactl

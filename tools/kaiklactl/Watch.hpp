@@ -1,0 +1,91 @@
+#pragma once
+
+#include "tools/kaiklactl/CommandLine.hpp"
+#include "tools/kaiklactl/Failure.hpp"
+#include "tools/kaiklactl/LineOutput.hpp"
+#include "tools/kaiklactl/ListeningConsumer.hpp"
+#include "tools/kaiklactl/OneTimeRequest.hpp"
+#include "tools/kaiklactl/ServiceConnection.hpp"
+#include "tools/kaiklactl/StatusHistory.hpp"
+#include "tools/kaiklactl/StopSignals.hpp"
+
+#include <zmq.hpp>
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+namespace kaiklactl {
+
+/// A consumer that prints what it gets. It registers itself, again when the service has restarted,
+/// and takes itself out when it ends. Everything happens in one loop that waits in one place, so
+/// that messages are taken from the service whatever else is going on.
+class Watch {
+public:
+    /// All arguments must outlive the object.
+    Watch(const Options& options, zmq::context_t& context, StopSignals& stop);
+
+    /// Returns when it has been told to end, by a signal, by its reader or by --count; when the
+    /// service refuses to register it; and when there is no service to begin with. Throws Failure.
+    ExitStatus run();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    /// In the order in which a watch goes through them.
+    enum class Phase {
+        /// There is no connection to the service yet, or none any more.
+        connecting,
+        /// It has been asked to register this consumer.
+        registering,
+        watching,
+        /// It has closed its connection to this consumer: is this consumer still on its list?
+        checking,
+        /// It has been asked to take this consumer out.
+        removing,
+        /// It has done so; what it sent before may still be on its way.
+        draining,
+        /// What has come is still to be written.
+        flushing,
+        ended,
+    };
+
+    void enter(Phase next, std::optional<std::chrono::milliseconds> limit = std::nullopt);
+    void connect();
+    void wait();
+
+    void takeMessages();
+    void printMessage(const std::string& frame);
+    void takeReplies();
+    void takeReply(const Reply& reply);
+    void takeConnectionState();
+    void takeSignal();
+    void takeDeadline();
+
+    /// Begins the end; when it has begun before, ends at once.
+    void finish();
+    void beginFlushing();
+    /// Whether --count messages have come.
+    bool hasEnough() const;
+
+    const Options& options;
+    const Service service;
+    zmq::context_t& context;
+    StopSignals& stop;
+    LineOutput output;
+    ListeningConsumer consumer;
+    const std::string address;
+    std::optional<ServiceConnection> connection;
+    StatusHistory history;
+
+    Phase phase = Phase::connecting;
+    std::optional<Clock::time_point> deadline;
+    /// Whether the service has ever registered this consumer.
+    bool wasRegistered = false;
+    /// Whether a message has come since it did so last.
+    bool hasMessage = false;
+    unsigned long messageCount = 0;
+    ExitStatus status = ExitStatus::success;
+};
+
+} // namespace kaiklactl

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "model/DeviceStatus.hpp"
+
+#include <cstddef>
+#include <string>
+
+/// The words for what a status document holds, the same in every report.
+namespace kaiklactl {
+
+/// "1 stream", "2 streams".
+std::string counted(std::size_t number, const char* noun);
+
+/// "warning: packets are lost (type 5)".
+std::string alarmText(const StreamAlarmData& alarm);
+
+/// The session's own alarms and those of its streams.
+std::size_t alarmCount(const SessionStatusData& session);
+std::size_t alarmCount(const WebNotifierDeviceStatus& status);
+
+/// "up", "down", or the number of a state that is neither.
+std::string portState(const EthBasicInfo& port);
+bool isUp(const EthBasicInfo& port);
+
+/// False for the record of a service that has not heard from the PTP management service yet.
+bool isReported(const PtpCommonInfo& ptp);
+
+/// "12 ns".
+std::string nanoseconds(std::int64_t value);
+
+} // namespace kaiklactl

@@ -1,0 +1,54 @@
+#include "tools/kaiklactl/CommandLine.hpp"
+#include "tools/kaiklactl/Commands.hpp"
+#include "tools/kaiklactl/Doctor.hpp"
+#include "tools/kaiklactl/Failure.hpp"
+#include "tools/kaiklactl/Notice.hpp"
+#include "tools/kaiklactl/StopSignals.hpp"
+#include "tools/kaiklactl/Watch.hpp"
+
+#include <zmq.hpp>
+
+namespace {
+
+kaiklactl::ExitStatus run(const kaiklactl::Options& options) {
+    switch (options.action) {
+    case kaiklactl::Options::Action::watch: {
+        kaiklactl::StopSignals stop;
+        zmq::context_t context;
+        return kaiklactl::Watch(options, context, stop).run();
+    }
+    case kaiklactl::Options::Action::doctor: {
+        kaiklactl::StopSignals stop;
+        zmq::context_t context;
+        return kaiklactl::runDoctor(options, context, stop);
+    }
+    default: {
+        zmq::context_t context;
+        kaiklactl::runCommand(options, context);
+        return kaiklactl::ExitStatus::success;
+    }
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    int exitStatus = 0;
+    const std::optional<kaiklactl::Options> options =
+        kaiklactl::readCommandLine(argc, argv, exitStatus);
+    if (!options) {
+        return exitStatus;
+    }
+    try {
+        return static_cast<int>(run(*options));
+    } catch (const kaiklactl::Failure& failure) {
+        kaiklactl::notice(failure.what());
+        return static_cast<int>(failure.status);
+    } catch (const kaiklactl::Interrupted& interrupted) {
+        constexpr int kSignalled = 128;
+        return kSignalled + interrupted.signal;
+    } catch (const std::exception& error) {
+        kaiklactl::notice(error.what());
+        return static_cast<int>(kaiklactl::ExitStatus::output);
+    }
+}
