@@ -17,6 +17,9 @@ std::string indented(const Json::Value& document) {
     Json::StreamWriterBuilder builder;
     builder["commentStyle"] = "None";
     builder["indentation"] = "  ";
+    // As everybody else writes it: no blank in front of a colon, no line break in front of a
+    // bracket.
+    builder["enableYAMLCompatibility"] = true;
     return Json::writeString(builder, document);
 }
 
@@ -61,13 +64,7 @@ std::string run(const Options& options, zmq::context_t& context) {
 } // namespace
 
 void runCommand(const Options& options, zmq::context_t& context) {
-    try {
-        std::cout << run(options, context) << std::flush;
-    } catch (const Json::Exception& error) {
-        throw Failure(ExitStatus::noAnswer,
-                      std::string("the answer holds something else than expected: ") +
-                          error.what());
-    }
+    std::cout << run(options, context) << std::flush;
     if (!std::cout) {
         throw Failure(ExitStatus::output, "the output cannot be written.");
     }

@@ -21,6 +21,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
+/// More than the service takes to connect to a consumer that it can reach.
+constexpr milliseconds kConnectLimit{500};
+
 /// The lines of the report, written as soon as they are known.
 class Report {
 public:
@@ -38,10 +41,14 @@ public:
     bool hasFault() const { return faulty; }
 
 private:
-    void line(const Cell& verdict, const std::string& subject, const std::string& text) const {
-        Table table;
-        table.add({verdict, subject, text});
-        std::cout << table.text(colour) << std::flush;
+    void line(const Cell& verdict, std::string subject, const std::string& text) const {
+        // As wide as the widest of them, so that lines written one by one stand in columns.
+        constexpr std::size_t kVerdictWidth = 4;
+        constexpr std::size_t kSubjectWidth = 10;
+        subject.resize(kSubjectWidth, ' ');
+        std::cout << painted(verdict.text, verdict.style, colour)
+                  << std::string(kVerdictWidth + 2 - verdict.text.size(), ' ') << subject << "  "
+                  << printable(text).text << std::endl;
     }
 
     bool colour = colourWanted();
@@ -123,9 +130,17 @@ private:
     void checkRegistration();
     void checkReachability();
     void checkReachability(const std::string& address);
+
+    /// What a consumer of the doctor's own met.
+    struct OwnConsumer {
+        std::string address;
+        std::string deviceId;
+        /// Nothing when no message came.
+        std::optional<std::string> messageAfter;
+    };
     void checkMessages();
-    std::optional<std::string> timeOfOwnMessage();
-    void checkDeviceId(bool published);
+    OwnConsumer tryOwnConsumer();
+    void reportDeviceId(const OwnConsumer& own);
 
     const Options& options;
     const Service service;
@@ -200,46 +215,58 @@ void Doctor::checkReachability(const std::string& address) {
 
 void Doctor::checkMessages() {
     constexpr const char* kSubject = "messages";
-    std::optional<std::string> time;
+    OwnConsumer own;
     try {
-        time = timeOfOwnMessage();
+        own = tryOwnConsumer();
+    } catch (const NoAnswer&) {
+        throw;
     } catch (const Failure& failure) {
         report.fault(kSubject,
-                     std::string("a consumer of this check was refused: ") + failure.what());
+                     std::string("a consumer of this check is refused: ") + failure.what());
         return;
     }
-    checkDeviceId(time.has_value());
-    if (!time) {
-        report.fault(kSubject, "none came to a consumer of this check. If the device id is known, "
-                               "the service cannot connect to this machine: look at its firewall.");
-        return;
+    reportDeviceId(own);
+    if (own.messageAfter) {
+        report.ok(kSubject, "one came just now to a consumer of this check, " + *own.messageAfter +
+                                " after it registered. When the last one left for another "
+                                "consumer, the service's log tells: \"Publishing message to "
+                                "socket\".");
+    } else if (own.deviceId.empty()) {
+        report.fault(kSubject, "none came to a consumer of this check, for want of a device id.");
+    } else {
+        report.fault(kSubject, "none came to a consumer of this check at " + own.address +
+                                   ": the service cannot connect to this machine. Look at the "
+                                   "firewalls, and at what the service's unit allows.");
     }
-    report.ok(kSubject, "one came just now to a consumer of this check, " + *time +
-                            " after it registered. When the last one left for another consumer, "
-                            "the service's log tells: \"Publishing message to socket\".");
 }
 
-/// Registers a consumer of its own, which gets the whole status at once, and says how long that
-/// took. Nothing when none came.
-std::optional<std::string> Doctor::timeOfOwnMessage() {
+/// Registers a consumer of its own, which gets the whole status at once, and waits for that.
+Doctor::OwnConsumer Doctor::tryOwnConsumer() {
     ListeningConsumer consumer(context, "", service.endpoint);
+    OwnConsumer own;
+    own.address = consumer.address();
     const auto start = std::chrono::steady_clock::now();
-    const TemporaryRegistration registration(context, service, consumer.address(), stop);
+    const TemporaryRegistration registration(context, service, own.address, stop);
+    const Json::Value document = ask(WebNotifierCommand::get_device_status)["status"];
+    own.deviceId = json_member::text(document, "device_id");
+    // Without an id a message comes only from a node that answers and names none: soon or never.
+    const milliseconds limit = own.deviceId.empty() ? kConnectLimit : service.timeout;
     std::array<zmq_pollitem_t, 2> items = {consumer.messageItem(), stop.pollItem()};
-    zmq_poll(items.data(), items.size(), static_cast<long>(service.timeout.count()));
+    zmq_poll(items.data(), items.size(), static_cast<long>(limit.count()));
     if (const int signal = stop.take(); signal != 0) {
         throw Interrupted{signal};
     }
-    return consumer.receive() ? std::optional(since(start)) : std::nullopt;
+    if (consumer.receive()) {
+        own.messageAfter = since(start);
+    }
+    return own;
 }
 
-void Doctor::checkDeviceId(bool published) {
+void Doctor::reportDeviceId(const OwnConsumer& own) {
     constexpr const char* kSubject = "device id";
-    const Json::Value document = ask(WebNotifierCommand::get_device_status)["status"];
-    const std::string deviceId = json_member::text(document, "device_id");
-    if (!deviceId.empty()) {
-        report.ok(kSubject, deviceId + ".");
-    } else if (published) {
+    if (!own.deviceId.empty()) {
+        report.ok(kSubject, own.deviceId + ".");
+    } else if (own.messageAfter) {
         report.note(kSubject, "the NMOS node names none, so messages carry an empty one. Look at "
                               "the node's configuration.");
     } else {

@@ -12,7 +12,7 @@
 namespace kaiklactl {
 namespace {
 
-constexpr std::size_t kMaxPendingBytes = 4 * 1024 * 1024;
+constexpr std::size_t kMaxPendingBytes = std::size_t{4} * 1024 * 1024;
 
 } // namespace
 

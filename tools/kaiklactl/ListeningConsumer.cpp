@@ -9,7 +9,7 @@ namespace kaiklactl {
 namespace {
 
 /// Far above any status document; keeps a stranger from filling the memory with one frame.
-constexpr std::int64_t kMaxMessageBytes = 64 * 1024 * 1024;
+constexpr std::int64_t kMaxMessageBytes = std::int64_t{64} * 1024 * 1024;
 
 constexpr const char* kAnyAddress = "tcp://0.0.0.0:";
 

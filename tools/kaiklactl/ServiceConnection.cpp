@@ -1,5 +1,6 @@
 #include "tools/kaiklactl/ServiceConnection.hpp"
 
+#include "platform/PlatformProtocol.hpp"
 #include "platform/records/IpcMsg.hpp"
 #include "platform/records/JsonMember.hpp"
 #include "platform/records/JsonText.hpp"
@@ -29,7 +30,8 @@ ServiceConnection::ServiceConnection(zmq::context_t& context, const std::string&
         socket.connect(endpoint);
     } catch (const zmq::error_t& error) {
         throw Failure(ExitStatus::usage, "cannot connect to " + endpoint + ": " + error.what() +
-                                             "; an endpoint looks like tcp://192.0.2.10:5580.");
+                                             "; an endpoint looks like " +
+                                             platform_protocol::kCommandEndpoint + ".");
     }
 }
 

@@ -151,13 +151,12 @@ void addPortChanges(const std::list<EthBasicInfo>& before, const std::list<EthBa
         [&](const EthBasicInfo& known, const EthBasicInfo& port) {
             if (known.state != port.state) {
                 changes.push_back("port " + port.name + " " + portState(port));
+            } else if (known.speedMbps != port.speedMbps) {
+                changes.push_back("port " + port.name + " speed " + std::to_string(port.speedMbps) +
+                                  " Mb/s");
             }
             if (known.ip != port.ip) {
                 changes.push_back("port " + port.name + " address " + port.ip);
-            }
-            if (known.speedMbps != port.speedMbps) {
-                changes.push_back("port " + port.name + " speed " + std::to_string(port.speedMbps) +
-                                  " Mb/s");
             }
             if (known.sfp.present != port.sfp.present) {
                 changes.push_back("port " + port.name + " SFP " +

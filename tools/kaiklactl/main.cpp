@@ -6,7 +6,11 @@
 #include "tools/kaiklactl/StopSignals.hpp"
 #include "tools/kaiklactl/Watch.hpp"
 
+#include <json/value.h>
 #include <zmq.hpp>
+
+#include <exception>
+#include <string>
 
 namespace {
 
@@ -47,6 +51,10 @@ int main(int argc, char** argv) {
     } catch (const kaiklactl::Interrupted& interrupted) {
         constexpr int kSignalled = 128;
         return kSignalled + interrupted.signal;
+    } catch (const Json::Exception& error) {
+        kaiklactl::notice(std::string("the answer holds something else than expected: ") +
+                          error.what());
+        return static_cast<int>(kaiklactl::ExitStatus::noAnswer);
     } catch (const std::exception& error) {
         kaiklactl::notice(error.what());
         return static_cast<int>(kaiklactl::ExitStatus::output);
