@@ -17,8 +17,7 @@ std::string indented(const Json::Value& document) {
     Json::StreamWriterBuilder builder;
     builder["commentStyle"] = "None";
     builder["indentation"] = "  ";
-    // As everybody else writes it: no blank in front of a colon, no line break in front of a
-    // bracket.
+    // No blank in front of a colon.
     builder["enableYAMLCompatibility"] = true;
     return Json::writeString(builder, document);
 }

@@ -8,6 +8,7 @@
 #include "tools/kaiklactl/OwnAddress.hpp"
 #include "tools/kaiklactl/Reachability.hpp"
 #include "tools/kaiklactl/Table.hpp"
+#include "tools/kaiklactl/Waiting.hpp"
 #include "tools/kaiklactl/Wording.hpp"
 
 #include <algorithm>
@@ -99,7 +100,7 @@ public:
 
     ExitStatus run() {
         try {
-            const auto start = std::chrono::steady_clock::now();
+            const auto start = Clock::now();
             consumers = registeredConsumers(ask(WebNotifierCommand::get_server_list));
             report.ok("service", "answers at " + service.endpoint + " after " + since(start) + ".");
         } catch (const NoAnswer& failure) {
@@ -122,8 +123,8 @@ private:
         return request(context, service, command, Json::Value(), &stop);
     }
 
-    static std::string since(std::chrono::steady_clock::time_point start) {
-        const auto span = std::chrono::steady_clock::now() - start;
+    static std::string since(Clock::time_point start) {
+        const auto span = Clock::now() - start;
         return std::to_string(std::chrono::ceil<milliseconds>(span).count()) + " ms";
     }
 
@@ -245,14 +246,14 @@ Doctor::OwnConsumer Doctor::tryOwnConsumer() {
     ListeningConsumer consumer(context, "", service.endpoint);
     OwnConsumer own;
     own.address = consumer.address();
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = Clock::now();
     const TemporaryRegistration registration(context, service, own.address, stop);
     const Json::Value document = ask(WebNotifierCommand::get_device_status)["status"];
     own.deviceId = json_member::text(document, "device_id");
     // Without an id a message comes only from a node that answers and names none: soon or never.
     const milliseconds limit = own.deviceId.empty() ? kConnectLimit : service.timeout;
     std::array<zmq_pollitem_t, 2> items = {consumer.messageItem(), stop.pollItem()};
-    zmq_poll(items.data(), items.size(), static_cast<long>(limit.count()));
+    waitFor(items, Clock::now() + limit);
     if (const int signal = stop.take(); signal != 0) {
         throw Interrupted{signal};
     }

@@ -1,6 +1,7 @@
 #include "tools/kaiklactl/OneTimeRequest.hpp"
 
 #include "tools/kaiklactl/Failure.hpp"
+#include "tools/kaiklactl/Waiting.hpp"
 
 #include <algorithm>
 #include <array>
@@ -8,8 +9,6 @@
 
 namespace kaiklactl {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 std::string inSeconds(std::chrono::milliseconds span) {
     constexpr std::size_t kLongestNumber = 32;
@@ -20,11 +19,6 @@ std::string inSeconds(std::chrono::milliseconds span) {
 
 } // namespace
 
-long untilDeadline(Clock::time_point deadline) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    return static_cast<long>(std::max(left.count(), std::chrono::milliseconds::rep{0}));
-}
-
 std::string noAnswerSentence(const Service& service, ServiceConnection::State state) {
     const std::string start =
         "no answer from " + service.endpoint + " within " + inSeconds(service.timeout) + ": ";
@@ -32,7 +26,7 @@ std::string noAnswerSentence(const Service& service, ServiceConnection::State st
     case ServiceConnection::State::connecting:
         return start + "kaikla does not run there, or cannot be reached.";
     case ServiceConnection::State::accepted:
-        return start + "something listens there, but it is not kaikla.";
+        return start + "something listens there, but it is stopped or not kaikla.";
     case ServiceConnection::State::connected:
         return start + "it is there but busy; a consumer that no longer reads can hold "
                        "it up.";
@@ -49,11 +43,9 @@ Json::Value request(zmq::context_t& context, const Service& service,
     ServiceConnection connection(context, service.endpoint);
     std::array<zmq_pollitem_t, 3> items = {connection.stateItem(), connection.replyItem(),
                                            stop != nullptr ? stop->pollItem() : zmq_pollitem_t{}};
-    const int itemCount = stop != nullptr ? 3 : 2;
+    const std::size_t itemCount = stop != nullptr ? items.size() : items.size() - 1;
     for (bool sent = false;;) {
-        if (zmq_poll(items.data(), itemCount, untilDeadline(deadline)) < 0) {
-            throw zmq::error_t();
-        }
+        waitFor({items.data(), itemCount}, deadline);
         if (stop != nullptr) {
             if (const int signal = stop->take(); signal != 0) {
                 throw Interrupted{signal};

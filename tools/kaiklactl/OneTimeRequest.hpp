@@ -28,7 +28,4 @@ Json::Value request(zmq::context_t& context, const Service& service,
                     WebNotifierCommand::webnotifier_command_id_t command,
                     const Json::Value& payload = Json::Value(), StopSignals* stop = nullptr);
 
-/// Milliseconds until `deadline` for zmq_poll, at least 0.
-long untilDeadline(std::chrono::steady_clock::time_point deadline);
-
 } // namespace kaiklactl

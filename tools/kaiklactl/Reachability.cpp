@@ -1,7 +1,7 @@
 #include "tools/kaiklactl/Reachability.hpp"
 
 #include "tools/kaiklactl/ConnectionMonitor.hpp"
-#include "tools/kaiklactl/OneTimeRequest.hpp"
+#include "tools/kaiklactl/Waiting.hpp"
 
 #include <array>
 
@@ -9,7 +9,7 @@ namespace kaiklactl {
 
 Reachability tryConnecting(zmq::context_t& context, const std::string& address,
                            std::chrono::milliseconds limit, StopSignals& stop) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
+    const auto deadline = Clock::now() + limit;
     zmq::socket_t socket(context, zmq::socket_type::push);
     socket.set(zmq::sockopt::linger, 0);
     ConnectionMonitor monitor(context, socket);
@@ -20,7 +20,8 @@ Reachability tryConnecting(zmq::context_t& context, const std::string& address,
     }
     Reachability found = Reachability::nobody;
     std::array<zmq_pollitem_t, 2> items = {monitor.pollItem(), stop.pollItem()};
-    while (zmq_poll(items.data(), items.size(), untilDeadline(deadline)) > 0) {
+    while (Clock::now() < deadline) {
+        waitFor(items, deadline);
         if (const int signal = stop.take(); signal != 0) {
             throw Interrupted{signal};
         }

@@ -113,13 +113,15 @@ std::string named(const SessionStatusData& session, const StreamStatusData& stre
 } // namespace
 
 void addPtpChanges(const PtpCommonInfo& before, const PtpCommonInfo& after, Changes& changes) {
+    if (!isReported(before) && isReported(after)) {
+        changes.push_back("PTP reported: " + ptpState(after));
+        return;
+    }
     const std::size_t changesBefore = changes.size();
     if (before.locked && !after.locked) {
         changes.emplace_back("PTP lost its lock");
     } else if (!before.locked && after.locked) {
         changes.push_back("PTP locked, offset " + nanoseconds(after.offsetNs));
-    } else if (!isReported(before) && isReported(after)) {
-        changes.emplace_back("PTP reported, not locked");
     } else if (before.offsetNs != after.offsetNs) {
         changes.push_back("PTP offset " + nanoseconds(after.offsetNs));
     }

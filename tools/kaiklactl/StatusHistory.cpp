@@ -21,13 +21,6 @@ std::string joined(const Changes& changes) {
     return text;
 }
 
-std::string ptpSummary(const PtpCommonInfo& ptp) {
-    if (!isReported(ptp)) {
-        return "PTP not reported";
-    }
-    return ptp.locked ? "PTP locked, offset " + nanoseconds(ptp.offsetNs) : "PTP not locked";
-}
-
 std::string alarmsInWords(std::size_t number) {
     return number == 0 ? "no alarm" : counted(number, "alarm");
 }
@@ -35,7 +28,7 @@ std::string alarmsInWords(std::size_t number) {
 std::string summary(const WebNotifierDeviceStatus& status) {
     std::string text = "whole status: " + counted(status.sessions.size(), "session");
     text += ", " + alarmsInWords(alarmCount(status));
-    text += ", " + ptpSummary(status.ptp);
+    text += ", PTP " + ptpState(status.ptp);
     text += ", " + counted(status.eths.size(), "port");
     for (const EthBasicInfo& port : status.eths) {
         text += isUp(port) ? "" : ", port " + port.name + " " + portState(port);

@@ -18,16 +18,12 @@ std::string oneDecimal(double value) {
     return text.data();
 }
 
-Cell ptpState(const PtpCommonInfo& ptp) {
-    if (!isReported(ptp)) {
-        return {"not reported", Style::warning};
+Cell ptpCell(const PtpCommonInfo& ptp) {
+    if (ptp.locked) {
+        return {ptpState(ptp) + ", path delay " + nanoseconds(ptp.meanPathDelayNs), Style::good};
     }
-    if (!ptp.locked) {
-        return {"! not locked", Style::alarm};
-    }
-    return {"locked, offset " + nanoseconds(ptp.offsetNs) + ", path delay " +
-                nanoseconds(ptp.meanPathDelayNs),
-            Style::good};
+    return isReported(ptp) ? Cell("! " + ptpState(ptp), Style::alarm)
+                           : Cell(ptpState(ptp), Style::warning);
 }
 
 std::string orNone(const std::string& text) {
@@ -39,7 +35,7 @@ Table summary(const WebNotifierDeviceStatus& status) {
     const PtpCommonInfo& ptp = status.ptp;
     table.add({"Device",
                status.deviceId.empty() ? Cell("unknown", Style::warning) : Cell(status.deviceId)});
-    table.add({"PTP", ptpState(ptp)});
+    table.add({"PTP", ptpCell(ptp)});
     if (isReported(ptp)) {
         table.add(
             {"", "grandmaster " + orNone(ptp.grandmasterId) + ", clock " + orNone(ptp.clockId)});

@@ -41,9 +41,11 @@ ExitStatus Watch::run() {
         takeMessages();
         takeReplies();
         takeConnectionState();
+        takeOutputState();
         takeSignal();
         takeDeadline();
     }
+    noteLeftOut();
     if (output.error() != 0) {
         throw Failure(ExitStatus::output, std::string("the output cannot be written: ") +
                                               std::strerror(output.error()));
@@ -66,20 +68,27 @@ void Watch::wait() {
                                            connection->replyItem(), connection->stateItem(),
                                            stop.pollItem(),         output.pollItem()};
     // A closed output would be reported again and again while this consumer takes itself out.
-    const int count = static_cast<int>(items.size()) - (output.closed() ? 1 : 0);
-    if (zmq_poll(items.data(), count, deadline ? untilDeadline(*deadline) : -1) < 0) {
-        throw zmq::error_t();
-    }
+    waitFor({items.data(), items.size() - (output.closed() ? 1 : 0)}, deadline);
     if (!output.closed()) {
         output.proceed(items.back().revents);
     }
+}
+
+void Watch::takeOutputState() {
     if (output.closed() && phase < Phase::removing) {
         finish();
     }
+    if (phase == Phase::flushing && output.idle()) {
+        enter(Phase::ended);
+    }
     if (output.idle()) {
-        if (const std::size_t leftOut = output.takeLeftOut(); leftOut > 0) {
-            notice(counted(leftOut, "message") + " left out: the output was not read.");
-        }
+        noteLeftOut();
+    }
+}
+
+void Watch::noteLeftOut() {
+    if (const std::size_t leftOut = output.takeLeftOut(); leftOut > 0) {
+        notice(counted(leftOut, "message") + " left out: the output was not read.");
     }
 }
 
@@ -143,10 +152,14 @@ void Watch::takeReply(const Reply& reply) {
         }
         notice("somebody else has removed " + address + " from the service.");
         status = ExitStatus::refused;
-        enter(Phase::flushing, kDrainLimit);
+        beginFlushing();
     } else if (phase == Phase::removing &&
                reply.command == WebNotifierCommand::remove_remote_info_consumer) {
         enter(Phase::draining, kDrainLimit);
+        if (everythingHasCome) {
+            takeMessages();
+            beginFlushing();
+        }
     }
 }
 
@@ -157,6 +170,8 @@ void Watch::takeConnectionState() {
         if (phase == Phase::watching) {
             connection->send(WebNotifierCommand::get_server_list);
             enter(Phase::checking, service.timeout);
+        } else if (phase == Phase::removing) {
+            everythingHasCome = true;
         } else if (phase == Phase::draining) {
             takeMessages();
             beginFlushing();
@@ -195,9 +210,6 @@ void Watch::takeSignal() {
 }
 
 void Watch::takeDeadline() {
-    if (phase == Phase::flushing && (output.idle() || output.closed())) {
-        enter(Phase::ended);
-    }
     if (!deadline || Clock::now() < *deadline) {
         return;
     }
@@ -252,6 +264,10 @@ void Watch::finish() {
 }
 
 void Watch::beginFlushing() {
+    if (output.idle()) {
+        enter(Phase::ended);
+        return;
+    }
     // Who asked for a number of messages gets them; else a reader that has stopped reading is not
     // waited for.
     enter(Phase::flushing, hasEnough() ? std::nullopt : std::optional(kDrainLimit));

@@ -8,6 +8,7 @@
 #include "tools/kaiklactl/ServiceConnection.hpp"
 #include "tools/kaiklactl/StatusHistory.hpp"
 #include "tools/kaiklactl/StopSignals.hpp"
+#include "tools/kaiklactl/Waiting.hpp"
 
 #include <zmq.hpp>
 
@@ -30,8 +31,6 @@ public:
     ExitStatus run();
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     /// In the order in which a watch goes through them.
     enum class Phase {
         /// There is no connection to the service yet, or none any more.
@@ -59,6 +58,8 @@ private:
     void takeReplies();
     void takeReply(const Reply& reply);
     void takeConnectionState();
+    void takeOutputState();
+    void noteLeftOut();
     void takeSignal();
     void takeDeadline();
 
@@ -84,6 +85,8 @@ private:
     bool wasRegistered = false;
     /// Whether a message has come since it did so last.
     bool hasMessage = false;
+    /// Whether the service has closed its connection after it was asked for the removal.
+    bool everythingHasCome = false;
     unsigned long messageCount = 0;
     ExitStatus status = ExitStatus::success;
 };

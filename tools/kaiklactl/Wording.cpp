@@ -52,6 +52,13 @@ bool isReported(const PtpCommonInfo& ptp) {
     return ptp.locked || !ptp.clockId.empty() || !ptp.grandmasterId.empty() || !ptp.ports.empty();
 }
 
+std::string ptpState(const PtpCommonInfo& ptp) {
+    if (!isReported(ptp)) {
+        return "not reported";
+    }
+    return ptp.locked ? "locked, offset " + nanoseconds(ptp.offsetNs) : "not locked";
+}
+
 std::string nanoseconds(std::int64_t value) {
     return std::to_string(value) + " ns";
 }

@@ -25,6 +25,9 @@ bool isUp(const EthBasicInfo& port);
 /// False for the record of a service that has not heard from the PTP management service yet.
 bool isReported(const PtpCommonInfo& ptp);
 
+/// "locked, offset 12 ns", "not locked" or "not reported".
+std::string ptpState(const PtpCommonInfo& ptp);
+
 /// "12 ns".
 std::string nanoseconds(std::int64_t value);
 

@@ -8,7 +8,6 @@
 
 using kaiklactl::messageLine;
 using kaiklactl::StatusHistory;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -100,6 +99,12 @@ TEST_F(MessageLine, namesWhatChangedInTheClock) {
     EXPECT_EQ(whole(), "PTP port 1 LISTENING; PTP port 2 new, PASSIVE");
     status["ptp"].removeMember("ports");
     EXPECT_EQ(whole(), "PTP port 1 gone; PTP port 2 gone");
+    const Json::Value reported = status["ptp"];
+    status.removeMember("ptp");
+    history.forget();
+    whole();
+    status["ptp"] = reported;
+    EXPECT_EQ(whole(), "PTP reported: locked, offset 9 ns");
 }
 
 TEST_F(MessageLine, namesWhatChangedAtThePorts) {

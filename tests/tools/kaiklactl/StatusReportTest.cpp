@@ -7,8 +7,6 @@
 
 using kaiklactl::statusReport;
 using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 namespace {
 
