@@ -12,7 +12,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::StartsWith;
 
 /// One of a device's services.

@@ -56,12 +56,8 @@ TEST_P(ScenarioMistakes, AreRefusedWithFileLineAndReason) {
     EXPECT_EQ(told.find('\n'), std::string::npos);
 }
 
-std::string nested(int levels) {
-    std::string text = "0";
-    for (int level = 0; level < levels; ++level) {
-        text = "[" + text + "]";
-    }
-    return R"({"deep": )" + text + "}";
+std::string nested(std::size_t levels) {
+    return R"({"deep": )" + std::string(levels, '[') + std::string(levels, ']') + "}";
 }
 
 /// A text that fits a line but not a notification, in which each of its characters is escaped.

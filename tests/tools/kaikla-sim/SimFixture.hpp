@@ -16,9 +16,15 @@
 
 /// The real kaikla-sim and, where a test wants it, the real service.
 class SimFixture : public testing::Test {
-protected:
+public:
+    SimFixture() = default;
     ~SimFixture() override;
+    SimFixture(const SimFixture&) = delete;
+    SimFixture& operator=(const SimFixture&) = delete;
+    SimFixture(SimFixture&&) = delete;
+    SimFixture& operator=(SimFixture&&) = delete;
 
+protected:
     /// The name of a new file that holds `text`; it goes with the test.
     std::string fileOf(const std::string& text);
     std::string freshFileName();
