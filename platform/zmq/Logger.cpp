@@ -120,8 +120,8 @@ std::size_t formatHead(LogState& state, int level, char* line) {
     updateTime(state);
     const std::size_t timeLength = state.timeText.size() - 1;
     const std::string& levelHead = state.levelHeads[static_cast<unsigned>(level)];
-    std::memcpy(line, state.timeText.data(), timeLength);
-    std::memcpy(line + timeLength, levelHead.data(), levelHead.size());
+    std::copy_n(state.timeText.data(), timeLength, line);
+    std::copy_n(levelHead.data(), levelHead.size(), line + timeLength);
     return timeLength + levelHead.size();
 }
 
@@ -227,7 +227,8 @@ int Logger::createLogger(unsigned int flags, std::string fileName, std::string p
     state.level = static_cast<int>(flags & kLevelMask);
     state.toStandardError = (flags & kToStandardError) != 0;
     state.toFile = (flags & kToFile) != 0;
-    makeLevelHeads(state, processName.substr(0, kMaxNameBytes));
+    processName.resize(std::min(processName.size(), kMaxNameBytes));
+    makeLevelHeads(state, processName);
     state.fileInTrouble = false;
     std::atexit([] { Logger::flush(); });
     if (!state.toFile) {
