@@ -80,8 +80,8 @@ TEST_F(EventsTest, PtpAndCountedPortChangesPublishTheWholeDocumentToEveryone) {
     registerAndGreet(two);
     newLines();
     const auto expectStatusAll = [&] {
-        const std::string message = R"({"command_id":0,"command_name":"status-all","payload":)" +
-                                    toCompactJson(document()) + "}";
+        std::string message = R"({"command_id":0,"command_name":"status-all","payload":)" +
+                              toCompactJson(document()) + "}";
         EXPECT_EQ(one.receiveText(), message);
         EXPECT_EQ(two.receiveText(), message);
         return message;

@@ -5,8 +5,6 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr auto kNewSession = AvmgrPublisher::avmgr_new_session;
 constexpr auto kStatus = AvmgrPublisher::avmgr_session_status;

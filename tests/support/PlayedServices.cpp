@@ -68,7 +68,7 @@ PlayedNmosNode::PlayedNmosNode(zmq::context_t& context, const char* endpoint)
 }
 
 PlayedNmosNode::~PlayedNmosNode() {
-    control.send(zmq::message_t(), zmq::send_flags::none);
+    zmq_send(control.handle(), nullptr, 0, 0);
     thread.join();
     waitUntilFree(boundTo);
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 
 namespace {
 
@@ -37,8 +38,8 @@ std::string freeEndpoint() {
 }
 
 void waitUntilFree(const std::string& endpoint) {
-    const auto port =
-        static_cast<std::uint16_t>(std::stoi(endpoint.substr(endpoint.rfind(':') + 1)));
+    const char* const number = endpoint.c_str() + endpoint.rfind(':') + 1;
+    const auto port = static_cast<std::uint16_t>(std::strtoul(number, nullptr, 10));
     constexpr int kPatienceMs = 10'000;
     for (int waited = 0; tryPort(port) == 0 && waited < kPatienceMs; ++waited) {
         ::poll(nullptr, 0, 1);
