@@ -53,7 +53,7 @@ not get every message, in order and byte for byte, is void: exit status 1.
   --latency S       how long to measure latency, at a window of 1 (0)
   --warm-up S       the same load before, not measured (0.1)
   --broker PORT     the subject is an MQTT broker on this port of 127.0.0.1
-  --pid PID         the subject's process, for its CPU time
+  --pid PID         the subject's process, for its CPU time (this one)
   --hold            when done, stay connected until standard input ends
 )";
 
@@ -69,7 +69,7 @@ struct Options {
     double latencySeconds = 0;
     double warmUpSeconds = 0.1;
     std::uint16_t brokerPort = 0;
-    pid_t subject = 0;
+    pid_t subject = ::getpid();
     bool hold = false;
 };
 
@@ -149,13 +149,12 @@ void raiseDescriptorLimit() {
     }
 }
 
-/// CPU time of another process, all its threads together.
+/// CPU time of a process, all its threads together.
 nanoseconds cpuTimeOf(pid_t process) {
     clockid_t clock{};
     timespec time{};
-    if (process == 0 || ::clock_getcpuclockid(process, &clock) != 0 ||
-        ::clock_gettime(clock, &time) != 0) {
-        return nanoseconds::zero();
+    if (::clock_getcpuclockid(process, &clock) != 0 || ::clock_gettime(clock, &time) != 0) {
+        throw std::runtime_error("there is no process " + std::to_string(process));
     }
     return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
 }
