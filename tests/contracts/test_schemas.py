@@ -1,5 +1,6 @@
 """The schemas by themselves: valid, complete, and in step with the numbers of the code."""
 
+import json
 import unittest
 
 import protocol
@@ -49,6 +50,22 @@ class Schemas(unittest.TestCase):
             ("system-manager", 1003, {"groups": []}),
         ):
             schemas.branch_of(f"{service}-notification", {"command_id": kind, "payload": payload})
+
+    def test_take_the_simulated_day(self):
+        services = {
+            "session": "session-manager",
+            "system": "system-manager",
+            "ptp": "ptp-management",
+        }
+        day = (protocol.ROOT / "tools/kaikla-sim/day.jsonl").read_text(encoding="utf-8")
+        played = set()
+        for line in filter(lambda line: line.startswith("{"), day.splitlines()):
+            event = json.loads(line)
+            if "kind" in event:
+                message = {"command_id": event["kind"], "payload": event["payload"]}
+                schemas.branch_of(f"{services[event['service']]}-notification", message)
+                played.add(event["service"])
+        self.assertEqual(played, services.keys())
 
     def test_find_what_peers_get_wrong(self):
         """One fault a case, in a message that is otherwise as it should be."""
