@@ -9,6 +9,10 @@ PREFIX ?= /usr/local
 CHECKED_SOURCES = git ls-files '*.cpp' '*.hpp'
 SHELL_SCRIPTS = grep -lE '^\#!.*[/ ](ba)?sh$$' $$(git ls-files)
 
+# A part of a pipe that fails, fails the target.
+SHELL := /bin/bash
+.SHELLFLAGS := -o pipefail -c
+
 .DEFAULT_GOAL := build
 .PHONY: help setup setup-test setup-ci setup-package build demo test sanitize format lint format-check shellcheck \
         tidy package package-test install clean

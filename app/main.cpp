@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -46,6 +47,8 @@ void printUsage(const char* program) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // Whoever reads what this process writes may go away at any time, from the usage text on.
+    std::signal(SIGPIPE, SIG_IGN);
     Options options;
     if (!readOptions(argc, argv, options)) {
         printUsage(argv[0]);

@@ -17,8 +17,8 @@ public:
     ClientJsonApi(ClientJsonApi&&) = delete;
     ClientJsonApi& operator=(ClientJsonApi&&) = delete;
 
-    /// Prepares the request socket and begins to connect. Returns 0, or -103 when the socket cannot
-    /// be created. `context` must outlive this object.
+    /// Prepares the request socket; each request makes its own connection. Returns 0, or -103 when
+    /// the socket cannot be created. `context` must outlive this object.
     int init(zmq::context_t& context);
 
 protected:

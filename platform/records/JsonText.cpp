@@ -24,8 +24,10 @@ std::unique_ptr<Json::CharReader> makeStrictReader() {
     return std::unique_ptr<Json::CharReader>(builder.newCharReader());
 }
 
-/// The library reports errors over several lines ("* Line 1, Column 2\n  Syntax error...\n").
-std::string onOneLine(const std::string& report) {
+/// The library reports errors over several lines ("* Line 1, Column 2\n  Syntax error...\n") and
+/// quotes what it found there at any length.
+std::string onOneShortLine(const std::string& report) {
+    constexpr std::size_t kMaxReason = 200;
     std::string line;
     for (const char c : report) {
         const bool blank = c == '\n' || c == ' ' || c == '*';
@@ -33,6 +35,9 @@ std::string onOneLine(const std::string& report) {
             line += c;
         } else if (!line.empty() && line.back() != ' ') {
             line += ' ';
+        }
+        if (line.size() == kMaxReason) {
+            return line + "...";
         }
     }
     while (!line.empty() && line.back() == ' ') {
@@ -65,7 +70,7 @@ std::string JsonDecoder::decodeObject(std::string_view text, Json::Value& object
     std::string errors;
     try {
         if (!reader->parse(text.data(), text.data() + text.size(), &object, &errors)) {
-            return "not JSON: " + onOneLine(errors);
+            return "not JSON: " + onOneShortLine(errors);
         }
     } catch (const Json::Exception&) {
         return "nested deeper than " + std::to_string(kMaxDepth) + " levels";

@@ -14,7 +14,7 @@
 namespace {
 
 /// Longer than a connection to a service of the same device takes, refused or not.
-constexpr std::chrono::milliseconds kConnectLimit{100};
+constexpr std::chrono::milliseconds kConnectLimit{200};
 
 /// How long a service may be gone before the wait for its answer ends.
 constexpr std::chrono::milliseconds kLookForService{20};
@@ -40,37 +40,42 @@ struct ClientJsonApi::State {
     zmq::context_t* context = nullptr;
     /// One for good: when consumers have taken every other socket, requests still have theirs.
     std::optional<zmq::socket_t> socket;
-    /// The library is connected, or tries to be.
-    bool connecting = false;
     JsonDecoder decoder;
-
-    void connect() {
-        socket->connect(endpoint);
-        connecting = true;
-    }
-
-    void disconnect() {
-        if (connecting) {
-            connecting = false;
-            socket->disconnect(endpoint);
-        }
-    }
 
     bool isConnected() const { return (socket->get(zmq::sockopt::events) & ZMQ_POLLOUT) != 0; }
 
-    /// Tries at once instead of waiting for the library's next attempt: a service that has just
-    /// come up is found, and one that is absent refuses within microseconds.
-    bool connectAfresh() {
-        disconnect();
+    /// Makes the connection of one request. A service that has just come up is found at once, and
+    /// one that is absent refuses within microseconds.
+    bool connect() {
+        awaitEndOfConnection();
+        std::optional<ConnectionAttempt> attempt;
         try {
-            ConnectionAttempt attempt(*context, *socket);
-            connect();
-            return attempt.succeedsWithin(kConnectLimit);
+            attempt.emplace(*context, *socket);
         } catch (const zmq::error_t&) {
-            // There is no socket left to watch the attempt with, so that a refusal is not seen.
-            connect();
-            zmq_pollitem_t item{socket->handle(), -1, ZMQ_POLLOUT, 0};
-            return zmq_poll(&item, 1, static_cast<long>(kConnectLimit.count())) > 0;
+            // There is no socket left to watch the attempt with: a refusal takes the whole limit.
+        }
+        socket->connect(endpoint);
+        if (attempt) {
+            return attempt->succeedsWithin(kConnectLimit) && isConnected();
+        }
+        zmq_pollitem_t item{socket->handle(), -1, ZMQ_POLLOUT, 0};
+        return zmq_poll(&item, 1, static_cast<long>(kConnectLimit.count())) > 0;
+    }
+
+    void disconnect() {
+        try {
+            socket->disconnect(endpoint);
+        } catch (const zmq::error_t&) {
+            // The library has given the connection up by itself.
+        }
+    }
+
+    /// The library ends a connection in the background; a request handed to it meanwhile is lost.
+    void awaitEndOfConnection() const {
+        constexpr long kLookAgainMs = 1;
+        const auto end = std::chrono::steady_clock::now() + kConnectLimit;
+        while (isConnected() && std::chrono::steady_clock::now() < end) {
+            (void)zmq_poll(nullptr, 0, kLookAgainMs);
         }
     }
 
@@ -103,7 +108,6 @@ int ClientJsonApi::init(zmq::context_t& context) {
     state->context = &context;
     try {
         state->socket = makeRequestSocket(context);
-        state->connect();
     } catch (const zmq::error_t& error) {
         return state->fail(platform_protocol::kErrorSocket, error.what());
     }
@@ -117,19 +121,20 @@ int ClientJsonApi::request(unsigned commandId, const char* commandName, Json::Va
     IpcMsg message;
     message.commandId = commandId;
     message.commandName = commandName;
+    int code = 0;
     try {
-        const int code = state->exchange(message, reply);
-        // The answer may still come, or come twice; over a connection of its own the next request
-        // can never take it for its answer.
-        state->disconnect();
-        return code;
+        code = state->exchange(message, reply);
     } catch (const zmq::error_t& error) {
-        return state->fail(platform_protocol::kErrorUnreachable, error.what());
+        code = state->fail(platform_protocol::kErrorUnreachable, error.what());
     }
+    // The answer may still come, or come twice; over a connection of its own the next request can
+    // never take it for its answer.
+    state->disconnect();
+    return code;
 }
 
 int ClientJsonApi::State::exchange(const IpcMsg& message, Json::Value& reply) {
-    if (!isConnected() && !(connectAfresh() && isConnected())) {
+    if (!connect()) {
         return fail(platform_protocol::kErrorUnreachable, "not connected");
     }
     Json::Value json;

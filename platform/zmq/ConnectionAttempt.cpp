@@ -8,7 +8,9 @@
 namespace {
 
 constexpr int kSucceeded = ZMQ_EVENT_HANDSHAKE_SUCCEEDED;
-constexpr int kFailed = ZMQ_EVENT_CLOSED | ZMQ_EVENT_CONNECT_RETRIED | ZMQ_EVENT_DISCONNECTED |
+// Not ZMQ_EVENT_CONNECT_RETRIED, which follows ZMQ_EVENT_CLOSED: of the two, the later one could
+// reach the observer of the next attempt.
+constexpr int kFailed = ZMQ_EVENT_CLOSED | ZMQ_EVENT_DISCONNECTED |
                         ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL |
                         ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
 

@@ -39,9 +39,10 @@ int RotatingFile::rotate() {
         const std::string older = name + "." + std::to_string(age);
         if (::rename(younger.c_str(), older.c_str()) != 0 && errno != ENOENT) {
             // Without room for an old file the lines go on where they are.
-            break;
+            return reopen();
         }
     }
+    torn = false;
     return reopen();
 }
 

@@ -89,6 +89,11 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
             }
         } catch (const Json::Exception& error) {
             return refusal(reply, std::string("The request cannot be decoded: ") + error.what());
+        } catch (const std::exception& error) {
+            // The service's own failure, such as a want of memory; the client still has its reply.
+            Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
+            reply.result = platform_protocol::kErrorSocket;
+            reply.payload = Json::Value();
         }
         if (reply.result < 0) {
             reply.error = replyErrorSentence(reply.result);

@@ -15,7 +15,7 @@ using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr milliseconds kTimeout{150};
+constexpr milliseconds kTimeout{500};
 
 class Client : public ClientJsonApi {
 public:

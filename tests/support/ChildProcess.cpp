@@ -27,6 +27,9 @@ struct Pipe {
 
 int countOf(const std::string& text, const std::string& needle) {
     int count = 0;
+    if (needle.empty()) {
+        return count;
+    }
     for (auto at = text.find(needle); at != std::string::npos;
          at = text.find(needle, at + needle.size())) {
         ++count;

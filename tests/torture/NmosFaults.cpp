@@ -2,7 +2,7 @@
 #include "tests/support/Consumer.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/Notifier.hpp"
-#include "tests/torture/PlayedNmosNode.hpp"
+#include "tests/torture/MannerlyNmosNode.hpp"
 #include "tests/torture/Service.hpp"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
-using Manner = PlayedNmosNode::Manner;
+using Manner = MannerlyNmosNode::Manner;
 
 /// A service that does not know its device's id, with one consumer: registering the consumer once
 /// more makes it ask the NMOS node, once.
@@ -83,7 +83,7 @@ void absent(Unidentified& device, const Report& report, int times) {
 }
 
 void silent(Unidentified& device, const Report& report, int times) {
-    const PlayedNmosNode node(device.context, [](int) {
+    const MannerlyNmosNode node(device.context, [](int) {
         Manner manner;
         manner.answers = false;
         return manner;
@@ -100,7 +100,7 @@ void silent(Unidentified& device, const Report& report, int times) {
 }
 
 void vanishing(Unidentified& device, const Report& report) {
-    const PlayedNmosNode node(device.context, [](int) {
+    const MannerlyNmosNode node(device.context, [](int) {
         Manner manner;
         manner.vanishes = true;
         return manner;
@@ -112,7 +112,7 @@ void vanishing(Unidentified& device, const Report& report) {
 }
 
 void nonsense(Unidentified& device, const Report& report) {
-    const PlayedNmosNode node(device.context, [](int request) {
+    const MannerlyNmosNode node(device.context, [](int request) {
         Manner manner;
         manner.answer = kNonsense.at(static_cast<std::size_t>(request) - 1);
         return manner;
@@ -131,7 +131,7 @@ void nonsense(Unidentified& device, const Report& report) {
 
 /// Every other answer comes after its request has been given up, while the next one is pending.
 void late(Unidentified& device, const Report& report, int times) {
-    const PlayedNmosNode node(device.context, [](int request) {
+    const MannerlyNmosNode node(device.context, [](int request) {
         constexpr Milliseconds kTooLate{platform_protocol::kNmosAnswerTimeoutMs + 50};
         constexpr Milliseconds kInTime{150};
         Manner manner;
@@ -153,7 +153,7 @@ void late(Unidentified& device, const Report& report, int times) {
 
 void slow(Unidentified& device, const Report& report) {
     static constexpr Milliseconds kSlow{600};
-    const PlayedNmosNode node(device.context, [](int) {
+    const MannerlyNmosNode node(device.context, [](int) {
         Manner manner;
         manner.answer = nmosReply("slow");
         manner.after = kSlow;

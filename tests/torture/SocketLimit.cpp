@@ -3,7 +3,7 @@
 #include "tests/support/Consumer.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/Notifier.hpp"
-#include "tests/torture/PlayedNmosNode.hpp"
+#include "tests/torture/MannerlyNmosNode.hpp"
 #include "tests/torture/Service.hpp"
 
 #include <chrono>
@@ -62,8 +62,8 @@ void socketLimit(const Report& report, Form /*form*/) {
         sessionManager.send(AvmgrPublisher::avmgr_session_status, sessionStatus(2, name, ""));
         service.waitForDocument(
             [](const Json::Value& document) { return document["device_id"].asString().empty(); });
-        const PlayedNmosNode node(context, [name](int request) {
-            PlayedNmosNode::Manner manner;
+        const MannerlyNmosNode node(context, [name](int request) {
+            MannerlyNmosNode::Manner manner;
             manner.answers = request > 1;
             manner.answer = nmosReply(name);
             return manner;

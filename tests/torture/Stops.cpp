@@ -2,7 +2,7 @@
 #include "tests/support/Consumer.hpp"
 #include "tests/torture/Checks.hpp"
 #include "tests/torture/Notifier.hpp"
-#include "tests/torture/PlayedNmosNode.hpp"
+#include "tests/torture/MannerlyNmosNode.hpp"
 #include "tests/torture/Service.hpp"
 
 #include <algorithm>
@@ -33,7 +33,7 @@ public:
     Day()
         : sessionManager(context, platform_protocol::kSessionManagerEndpoint),
           nmosNode(context, [](int) {
-              PlayedNmosNode::Manner manner;
+              MannerlyNmosNode::Manner manner;
               manner.answers = false;
               return manner;
           }) {}
@@ -95,7 +95,7 @@ private:
 
     zmq::context_t context;
     Notifier sessionManager;
-    PlayedNmosNode nmosNode;
+    MannerlyNmosNode nmosNode;
     Consumer consumer{context};
     std::int64_t number = 0;
     std::mt19937 generator{1};

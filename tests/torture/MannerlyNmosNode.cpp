@@ -1,4 +1,4 @@
-#include "tests/torture/PlayedNmosNode.hpp"
+#include "tests/torture/MannerlyNmosNode.hpp"
 
 #include "platform/PlatformProtocol.hpp"
 
@@ -30,16 +30,16 @@ void send(zmq::socket_t& socket, PendingAnswer& answer) {
 
 } // namespace
 
-PlayedNmosNode::PlayedNmosNode(zmq::context_t& context, std::function<Manner(int)> behaviour)
+MannerlyNmosNode::MannerlyNmosNode(zmq::context_t& context, std::function<Manner(int)> behaviour)
     : manners(std::move(behaviour)),
       thread([this](zmq::socket_t socket) { play(std::move(socket)); }, bindNode(context)) {}
 
-PlayedNmosNode::~PlayedNmosNode() {
+MannerlyNmosNode::~MannerlyNmosNode() {
     stopping = true;
     thread.join();
 }
 
-void PlayedNmosNode::play(zmq::socket_t socket) {
+void MannerlyNmosNode::play(zmq::socket_t socket) {
     constexpr int kLookMs = 5;
     socket.set(zmq::sockopt::rcvtimeo, kLookMs);
     std::list<PendingAnswer> pending;

@@ -9,7 +9,7 @@
 #include <thread>
 
 /// An NMOS node with manners of its own, on a thread of its own.
-class PlayedNmosNode {
+class MannerlyNmosNode {
 public:
     struct Manner {
         bool answers = true;
@@ -20,12 +20,12 @@ public:
     };
 
     /// `behaviour` says what becomes of each request, counted from 1.
-    PlayedNmosNode(zmq::context_t& context, std::function<Manner(int request)> behaviour);
-    ~PlayedNmosNode();
-    PlayedNmosNode(const PlayedNmosNode&) = delete;
-    PlayedNmosNode& operator=(const PlayedNmosNode&) = delete;
-    PlayedNmosNode(PlayedNmosNode&&) = delete;
-    PlayedNmosNode& operator=(PlayedNmosNode&&) = delete;
+    MannerlyNmosNode(zmq::context_t& context, std::function<Manner(int request)> behaviour);
+    ~MannerlyNmosNode();
+    MannerlyNmosNode(const MannerlyNmosNode&) = delete;
+    MannerlyNmosNode& operator=(const MannerlyNmosNode&) = delete;
+    MannerlyNmosNode(MannerlyNmosNode&&) = delete;
+    MannerlyNmosNode& operator=(MannerlyNmosNode&&) = delete;
 
     int requests() const { return requestsTaken; }
 
