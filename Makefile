@@ -14,8 +14,9 @@ SHELL := /bin/bash
 .SHELLFLAGS := -o pipefail -c
 
 .DEFAULT_GOAL := build
-.PHONY: help setup setup-test setup-ci setup-package build demo test sanitize format lint format-check shellcheck \
-        tidy package package-test install clean
+.PHONY: help setup setup-test setup-ci setup-package setup-bench setup-fuzz build demo test \
+        sanitize valgrind torture fuzz bench format lint format-check shellcheck tidy package \
+        package-test install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' Makefile
@@ -43,6 +44,30 @@ setup-ci:
 
 sanitize: ## Run every test under the address and undefined-behaviour sanitizers
 	@$(MAKE) --no-print-directory test PRESET=sanitize
+
+valgrind: test ## Run every test program under valgrind
+	@packaging/install-dependencies torture
+	@tests/valgrind/run build
+
+torture: setup-test build ## Floods, faults and a long run, about ten minutes
+	@cmake --build --preset $(PRESET) -j $(JOBS) --target kaikla_torture
+	@tests/torture/run --full
+
+# Seconds for each target.
+FUZZ_SECONDS ?= 300
+fuzz: setup-fuzz ## Fuzz whatever reads what comes from outside, FUZZ_SECONDS for each target
+	@tests/fuzz/run $(FUZZ_SECONDS)
+
+setup-fuzz:
+	@packaging/install-dependencies build test torture
+
+bench: setup-bench ## Measure the service beside the least that its libraries can do
+	@cmake --preset bench
+	@cmake --build --preset bench -j $(JOBS)
+	@bench/run
+
+setup-bench:
+	@packaging/install-dependencies build bench
 
 setup-package:
 	@packaging/install-dependencies build test package
@@ -78,4 +103,4 @@ install: build ## Install under PREFIX (/usr/local), with DESTDIR before it
 	@cmake --install build --prefix $(PREFIX)
 
 clean: ## Remove what was built
-	@rm -rf build build-sanitize dist
+	@rm -rf build build-sanitize build-bench build-fuzz dist

@@ -2,8 +2,8 @@
 #include "platform/api/ResultCode.hpp"
 #include "tests/support/Consumer.hpp"
 #include "tests/torture/Checks.hpp"
-#include "tests/torture/Notifier.hpp"
 #include "tests/torture/MannerlyNmosNode.hpp"
+#include "tests/torture/Notifier.hpp"
 #include "tests/torture/Service.hpp"
 
 #include <chrono>

@@ -1,8 +1,8 @@
 #include "platform/PlatformProtocol.hpp"
 #include "tests/support/Consumer.hpp"
 #include "tests/torture/Checks.hpp"
-#include "tests/torture/Notifier.hpp"
 #include "tests/torture/MannerlyNmosNode.hpp"
+#include "tests/torture/Notifier.hpp"
 #include "tests/torture/Service.hpp"
 
 #include <algorithm>
