@@ -13,8 +13,10 @@ std::string toCompactJson(const Json::Value& value);
 
 /// Reads JSON texts that come from outside the process.
 ///
-/// A text is at most platform_protocol::kMaxFrameBytes long. Only what RFC 8259 calls JSON is
-/// taken: no comments, no trailing commas, no duplicate keys, nothing after the value. One decoder
+/// A text is at most platform_protocol::kMaxFrameBytes long. What the library's
+/// strict reader takes is taken: no trailing commas, no duplicate keys, nothing after the value. It
+/// is not quite as strict as RFC 8259: a comment behind a value passes, and so does a number such
+/// as 01. One decoder
 /// may read any number of texts; it is not shared between threads.
 class JsonDecoder {
 public:

@@ -110,9 +110,9 @@ TEST_F(PublisherTest, AddressThatCannotBeConnectedIsLoggedAndLeavesTheRegistryAs
              {"foo://127.0.0.1:7000", "[93]::Protocol not supported"},
              {" tcp://127.0.0.1:7000", "[93]::Protocol not supported"}}) {
         EXPECT_EQ(add(address), result_code::kConsumerNotConnected) << address;
-        EXPECT_THAT(log.lines(),
-                    ElementsAre("ERR WebnotifierPublisher: Error  Connecting socket on addr " +
-                                address + ". Error " + error));
+        std::string line = "ERR WebnotifierPublisher: Error  Connecting socket on addr ";
+        line.append(address).append(". Error ").append(error);
+        EXPECT_THAT(log.lines(), ElementsAre(line));
     }
     EXPECT_THAT(list(), ElementsAre("inproc://good"));
 }

@@ -131,7 +131,7 @@ protected:
             socket.send(zmq::buffer(std::string("{\"command_id\":0}")), zmq::send_flags::sndmore);
             return sendText(randomBytes(below(50)));
         case 3:
-            return sendText(std::string(1000 + below(100'000), '['));
+            return sendText(std::string(static_cast<std::size_t>(1000 + below(100'000)), '['));
         case 4:
             return sendText(R"({"command_id":0,"payload":{"address":")");
         case 5:
@@ -176,7 +176,7 @@ public:
         zmq::message_t bytes;
         (void)socket->recv(connection);
         (void)socket->recv(bytes);
-        if (bytes.size() > 0) {
+        if (!bytes.empty()) {
             ++visits;
             connect();
             return;

@@ -59,7 +59,7 @@ constexpr Milliseconds kAnswerLimit{platform_protocol::kNmosAnswerTimeoutMs + 30
 
 const std::array<std::string, 12> kNonsense = {
     "",
-    "\xff\xfe\x00",
+    std::string("\xff\xfe") + char(0),
     "null",
     "[]",
     R"({"payload":{"device":{"id":)",

@@ -38,8 +38,8 @@ struct Mark {
 
     explicit Mark(const std::string& text) {
         if (const auto dash = text.find('-'); dash != std::string::npos) {
-            life = std::atoi(text.c_str());
-            number = std::atoll(text.c_str() + dash + 1);
+            life = static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
+            number = std::strtoll(text.c_str() + dash + 1, nullptr, 10);
         }
     }
 };

@@ -31,7 +31,8 @@ std::int64_t numberBehind(const std::string& message, const char* key) {
     const auto at = message.find(key);
     return at == std::string::npos
                ? SoakLoad::kNothing
-               : std::atoll(message.c_str() + at + std::char_traits<char>::length(key));
+               : std::strtoll(message.c_str() + at + std::char_traits<char>::length(key), nullptr,
+                              10);
 }
 
 } // namespace
