@@ -1,6 +1,7 @@
 #include "tests/torture/MannerlyNmosNode.hpp"
 
 #include "platform/PlatformProtocol.hpp"
+#include "tests/support/TcpPort.hpp"
 
 #include <list>
 #include <utility>
@@ -18,6 +19,8 @@ struct PendingAnswer {
 zmq::socket_t bindNode(zmq::context_t& context) {
     zmq::socket_t socket(context, zmq::socket_type::router);
     socket.set(zmq::sockopt::linger, 0);
+    // The node before this one gives the port back in the background.
+    waitUntilFree(platform_protocol::kNmosNodeEndpoint);
     socket.bind(platform_protocol::kNmosNodeEndpoint);
     return socket;
 }
