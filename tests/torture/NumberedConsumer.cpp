@@ -2,8 +2,8 @@
 
 #include "tests/torture/Report.hpp"
 
+#include <charconv>
 #include <chrono>
-#include <cstdlib>
 #include <string_view>
 
 namespace {
@@ -15,8 +15,11 @@ constexpr std::int64_t kNoSession = -1;
 std::int64_t numberIn(std::string_view message) {
     constexpr std::string_view kKey = R"("nmos_id":")";
     const auto at = message.find(kKey);
-    return at == std::string_view::npos ? kNoSession
-                                        : std::atoll(message.data() + at + kKey.size());
+    std::int64_t number = kNoSession;
+    if (at != std::string_view::npos) {
+        std::from_chars(message.data() + at + kKey.size(), message.data() + message.size(), number);
+    }
+    return number;
 }
 
 } // namespace
