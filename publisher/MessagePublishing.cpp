@@ -1,6 +1,4 @@
 #include "platform/api/Logger.hpp"
-#include "platform/records/JsonText.hpp"
-#include "publisher/SharedFrame.hpp"
 #include "publisher/WebNotifierPublisher.hpp"
 
 #include <string>
@@ -36,16 +34,17 @@ void WebNotifierPublisher::send(const std::string& address, Remote& remote, zmq:
 int WebNotifierPublisher::publishMessage(IpcMsg& message, std::string target) {
     Json::Value json;
     message.moveInto(json);
-    zmq::message_t frame = makeSharedFrame(toCompactJson(json));
+    zmq::message_t frame = encoder.encode(json);
+    const auto size = static_cast<long>(frame.size());
+    zmq::message_t copy;
 
     for (auto& [address, remote] : remotes) {
         if (!target.empty() && target != address) {
             continue;
         }
         Logger::log(Logger::LOG_LEVEL_INF, "Publishing message to socket (%s) size %ld",
-                    address.c_str(), static_cast<long>(frame.size()));
+                    address.c_str(), size);
         try {
-            zmq::message_t copy;
             copy.copy(frame);
             send(address, remote, copy);
         } catch (const zmq::error_t&) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/records/IpcMsg.hpp"
+#include "publisher/FrameEncoder.hpp"
 
 #include <zmq.hpp>
 
@@ -56,4 +57,5 @@ private:
     static void send(const std::string& address, Remote& remote, zmq::message_t& frame);
 
     std::map<std::string, Remote> remotes;
+    FrameEncoder encoder;
 };

@@ -2,9 +2,6 @@
 
 #include "platform/PlatformProtocol.hpp"
 
-#include <json/writer.h>
-
-#include <algorithm>
 #include <sstream>
 #include <utility>
 
@@ -49,11 +46,14 @@ std::string onOneShortLine(const std::string& report) {
 } // namespace
 
 std::string toCompactJson(const Json::Value& value) {
-    static const Json::StreamWriterBuilder builder = compactWriterBuilder();
-    const std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
     std::ostringstream text;
-    writer->write(value, &text);
+    makeCompactWriter()->write(value, &text);
     return std::move(text).str();
+}
+
+std::unique_ptr<Json::StreamWriter> makeCompactWriter() {
+    static const Json::StreamWriterBuilder builder = compactWriterBuilder();
+    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
 }
 
 JsonDecoder::JsonDecoder() : reader(makeStrictReader()) {}
@@ -64,7 +64,7 @@ std::string JsonDecoder::decodeObject(std::string_view text, Json::Value& object
         return "longer than " + std::to_string(platform_protocol::kMaxFrameBytes) + " bytes";
     }
     // The library takes a NUL for the end of the text and would not look at what follows it.
-    if (std::find(text.begin(), text.end(), '\0') != text.end()) {
+    if (text.find('\0') != std::string_view::npos) {
         return "not JSON: it holds a NUL byte";
     }
     std::string errors;

@@ -2,6 +2,7 @@
 
 #include <json/reader.h>
 #include <json/value.h>
+#include <json/writer.h>
 
 #include <memory>
 #include <string>
@@ -10,6 +11,9 @@
 /// `value` as compact JSON text: no comments, no line breaks, no blanks between tokens, members in
 /// ascending order of their names.
 std::string toCompactJson(const Json::Value& value);
+
+/// What toCompactJson writes with, for whoever writes many texts. It serves one text at a time.
+std::unique_ptr<Json::StreamWriter> makeCompactWriter();
 
 /// Reads JSON texts that come from outside the process.
 ///

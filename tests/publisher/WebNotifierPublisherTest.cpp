@@ -142,6 +142,19 @@ TEST_F(PublisherTest, EveryConsumerGetsTheSameBytesInOneFrameInAddressOrder) {
     EXPECT_EQ(atA.data(), atB.data());
 }
 
+TEST_F(PublisherTest, MessageOfAnyLengthArrivesWholeAndTheNextOneIsAFrameOfItsOwn) {
+    zmq::socket_t consumer = consumerAt("inproc://a");
+    IpcMsg longMessage;
+    constexpr std::size_t kLength = 5'000'000;
+    longMessage.payload = std::string(kLength, 'x');
+    EXPECT_EQ(publisher->publishMessage(longMessage, ""), 0);
+    EXPECT_EQ(publish(""), 0);
+    const zmq::message_t first = next(consumer);
+    EXPECT_EQ(first.to_string(), R"({"command_id":0,"command_name":"","payload":")" +
+                                     std::string(kLength, 'x') + "\"}");
+    EXPECT_EQ(next(consumer).to_string(), kBody);
+}
+
 TEST_F(PublisherTest, TargetIsMatchedByteForByteAndNobodyElseIsSentAnything) {
     zmq::socket_t one = consumerAt("inproc://a:1");
     zmq::socket_t ten = consumerAt("inproc://a:10");
