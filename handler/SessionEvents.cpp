@@ -47,13 +47,16 @@ int WebNotifierHandler::avmgrNotifyUpdateSessionStatusEvent(SessionStatusData& s
     Logger::log(Logger::LOG_LEVEL_INF, "%s:: session %lld - NMOS %s", __func__,
                 static_cast<long long>(status.id), status.nmosId.c_str());
     auto& sessions = deviceStatus.sessions;
+    // Consumers find the session that changed most recently at the end of the list.
     if (const auto known = findSession(sessions, status.id); known != sessions.end()) {
-        sessions.erase(known);
+        // The same as a removal and an addition, but the record's memory serves again.
+        sessions.splice(sessions.end(), sessions, known);
+        *known = status;
+    } else {
+        sessions.push_back(status);
     }
     // The session manager's word counts, an empty one included: the NMOS node is then asked again.
     deviceStatus.deviceId = status.deviceId;
-    // Consumers find the session that changed most recently at the end of the list.
-    sessions.push_back(status);
 
     IpcMsg message;
     if (const int code = WebNotifierPublishCommand::getCommandStr(
