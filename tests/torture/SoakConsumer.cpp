@@ -15,7 +15,8 @@ void ToldSessions::forgetUpTo(std::int64_t number) {
 }
 
 SoakConsumer::SoakConsumer(zmq::context_t& context, const ToldSessions& toldSessions)
-    : told(toldSessions), socket(context, zmq::socket_type::pull) {
+    : told(toldSessions), socket(context, zmq::socket_type::pull),
+      oldestWhenItCame(told.oldestKept()) {
     socket.set(zmq::sockopt::linger, 0);
     socket.bind("tcp://127.0.0.1:*");
     endpoint = socket.get(zmq::sockopt::last_endpoint);
@@ -27,6 +28,11 @@ int SoakConsumer::readAll() {
         take(message.to_string());
     }
     return count;
+}
+
+std::int64_t SoakConsumer::doneWithSessions() const {
+    const std::int64_t last = heard[SoakLoad::sessions];
+    return last == SoakLoad::kNothing ? oldestWhenItCame - 1 : last;
 }
 
 bool SoakConsumer::hasHeard(const SoakLoad::Progress& target) const {

@@ -14,6 +14,7 @@ public:
     void add(std::string message) { messages.push_back(std::move(message)); }
     const std::string& at(std::int64_t number) const;
     void forgetUpTo(std::int64_t number);
+    std::int64_t oldestKept() const { return first; }
 
 private:
     std::deque<std::string> messages;
@@ -34,6 +35,8 @@ public:
 
     /// The last numbers read; kNothing for a source that has not been heard of.
     const SoakLoad::Progress& progress() const { return heard; }
+    /// The last session message that it cannot get any more.
+    std::int64_t doneWithSessions() const;
     bool hasHeard(const SoakLoad::Progress& target) const;
 
 private:
@@ -43,6 +46,7 @@ private:
     const ToldSessions& told;
     zmq::socket_t socket;
     std::string endpoint;
+    std::int64_t oldestWhenItCame;
     SoakLoad::Progress heard{SoakLoad::kNothing, SoakLoad::kNothing, SoakLoad::kNothing};
     bool welcomed = false;
 };
