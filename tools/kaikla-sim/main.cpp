@@ -3,7 +3,7 @@
 #include "tools/kaikla-sim/Recorder.hpp"
 #include "tools/kaikla-sim/Scenario.hpp"
 #include "tools/kaikla-sim/SimulatedDevice.hpp"
-#include "tools/kaikla-sim/StopSignals.hpp"
+#include "tools/signals/StopSignals.hpp"
 
 #include <csignal>
 #include <cstdlib>
@@ -28,7 +28,7 @@ void play(const sim::CommandLine& line) {
         throw std::runtime_error(
             "--loop needs a scenario whose last notification comes after 0 ms");
     }
-    const sim::StopSignals signals;
+    const StopSignals signals;
     zmq::context_t context;
     sim::SimulatedDevice device(context, scenario);
     device.run(line.play, signals.descriptor(), std::cout);
@@ -36,7 +36,7 @@ void play(const sim::CommandLine& line) {
 
 void record(const std::string& fileName) {
     sim::RecordingFile file(fileName);
-    const sim::StopSignals signals;
+    const StopSignals signals;
     zmq::context_t context;
     sim::Recorder recorder(context, file, std::cerr);
     std::cerr << "kaikla-sim: recording until SIGINT or SIGTERM\n";
@@ -47,7 +47,7 @@ void record(const std::string& fileName) {
 } // namespace
 
 int main(int argc, char** argv) {
-    sim::StopSignals::endProcessAtOnce();
+    StopSignals::endProcessAtOnce();
     // An output that nobody reads any more is a failed write, not the end.
     (void)std::signal(SIGPIPE, SIG_IGN);
     try {

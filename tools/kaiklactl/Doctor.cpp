@@ -252,7 +252,7 @@ Doctor::OwnConsumer Doctor::tryOwnConsumer() {
     own.deviceId = json_member::text(document, "device_id");
     // Without an id a message comes only from a node that answers and names none: soon or never.
     const milliseconds limit = own.deviceId.empty() ? kConnectLimit : service.timeout;
-    std::array<zmq_pollitem_t, 2> items = {consumer.messageItem(), stop.pollItem()};
+    std::array<zmq_pollitem_t, 2> items = {consumer.messageItem(), pollItem(stop)};
     waitFor(items, Clock::now() + limit);
     if (const int signal = stop.take(); signal != 0) {
         throw Interrupted{signal};

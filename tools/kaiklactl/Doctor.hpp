@@ -2,7 +2,7 @@
 
 #include "tools/kaiklactl/CommandLine.hpp"
 #include "tools/kaiklactl/Failure.hpp"
-#include "tools/kaiklactl/StopSignals.hpp"
+#include "tools/signals/StopSignals.hpp"
 
 #include <zmq.hpp>
 

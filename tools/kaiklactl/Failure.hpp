@@ -34,4 +34,9 @@ public:
     explicit NoAnswer(const std::string& sentence) : Failure(ExitStatus::noAnswer, sentence) {}
 };
 
+/// Thrown when a signal ends a wait.
+struct Interrupted {
+    int signal;
+};
+
 } // namespace kaiklactl

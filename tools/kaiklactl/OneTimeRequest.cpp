@@ -42,7 +42,7 @@ Json::Value request(zmq::context_t& context, const Service& service,
     const auto deadline = Clock::now() + service.timeout;
     ServiceConnection connection(context, service.endpoint);
     std::array<zmq_pollitem_t, 3> items = {connection.stateItem(), connection.replyItem(),
-                                           stop != nullptr ? stop->pollItem() : zmq_pollitem_t{}};
+                                           stop != nullptr ? pollItem(*stop) : zmq_pollitem_t{}};
     const std::size_t itemCount = stop != nullptr ? items.size() : items.size() - 1;
     for (bool sent = false;;) {
         waitFor({items.data(), itemCount}, deadline);

@@ -2,7 +2,7 @@
 
 #include "handler/WebNotifierCommand.hpp"
 #include "tools/kaiklactl/ServiceConnection.hpp"
-#include "tools/kaiklactl/StopSignals.hpp"
+#include "tools/signals/StopSignals.hpp"
 
 #include <json/value.h>
 #include <zmq.hpp>

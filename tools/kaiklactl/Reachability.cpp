@@ -1,6 +1,7 @@
 #include "tools/kaiklactl/Reachability.hpp"
 
 #include "tools/kaiklactl/ConnectionMonitor.hpp"
+#include "tools/kaiklactl/Failure.hpp"
 #include "tools/kaiklactl/Waiting.hpp"
 
 #include <array>
@@ -19,7 +20,7 @@ Reachability tryConnecting(zmq::context_t& context, const std::string& address,
         return Reachability::invalid;
     }
     Reachability found = Reachability::nobody;
-    std::array<zmq_pollitem_t, 2> items = {monitor.pollItem(), stop.pollItem()};
+    std::array<zmq_pollitem_t, 2> items = {monitor.pollItem(), pollItem(stop)};
     while (Clock::now() < deadline) {
         waitFor(items, deadline);
         if (const int signal = stop.take(); signal != 0) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/kaiklactl/StopSignals.hpp"
+#include "tools/signals/StopSignals.hpp"
 
 #include <zmq.hpp>
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/signals/StopSignals.hpp"
+
 #include <zmq.hpp>
 
 #include <chrono>
@@ -13,5 +15,9 @@ using Clock = std::chrono::steady_clock;
 /// Waits until one of the items is ready or, if there is one, the deadline has passed. May return
 /// without either.
 void waitFor(std::span<zmq_pollitem_t> items, std::optional<Clock::time_point> deadline);
+
+inline zmq_pollitem_t pollItem(const StopSignals& stop) {
+    return {nullptr, stop.descriptor(), ZMQ_POLLIN, 0};
+}
 
 } // namespace kaiklactl

@@ -3,6 +3,7 @@
 #include "platform/records/JsonText.hpp"
 #include "tools/kaiklactl/MessageLine.hpp"
 #include "tools/kaiklactl/Notice.hpp"
+#include "tools/kaiklactl/Waiting.hpp"
 #include "tools/kaiklactl/Wording.hpp"
 
 #include <unistd.h>
@@ -66,7 +67,7 @@ void Watch::connect() {
 void Watch::wait() {
     std::array<zmq_pollitem_t, 6> items = {consumer.messageItem(),  consumer.stateItem(),
                                            connection->replyItem(), connection->stateItem(),
-                                           stop.pollItem(),         output.pollItem()};
+                                           pollItem(stop),          output.pollItem()};
     // A closed output would be reported again and again while this consumer takes itself out.
     waitFor({items.data(), items.size() - (output.closed() ? 1 : 0)}, deadline);
     if (!output.closed()) {

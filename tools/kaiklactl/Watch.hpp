@@ -7,8 +7,8 @@
 #include "tools/kaiklactl/OneTimeRequest.hpp"
 #include "tools/kaiklactl/ServiceConnection.hpp"
 #include "tools/kaiklactl/StatusHistory.hpp"
-#include "tools/kaiklactl/StopSignals.hpp"
 #include "tools/kaiklactl/Waiting.hpp"
+#include "tools/signals/StopSignals.hpp"
 
 #include <zmq.hpp>
 

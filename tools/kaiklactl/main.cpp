@@ -3,29 +3,34 @@
 #include "tools/kaiklactl/Doctor.hpp"
 #include "tools/kaiklactl/Failure.hpp"
 #include "tools/kaiklactl/Notice.hpp"
-#include "tools/kaiklactl/StopSignals.hpp"
 #include "tools/kaiklactl/Watch.hpp"
+#include "tools/signals/StopSignals.hpp"
 
 #include <json/value.h>
 #include <zmq.hpp>
 
+#include <csignal>
 #include <exception>
 #include <string>
 
 namespace {
 
+/// What registers a consumer of its own, which must be taken out again however it ends.
+kaiklactl::ExitStatus runAsConsumer(const kaiklactl::Options& options) {
+    // Closed output is noticed where it is written.
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    StopSignals stop;
+    zmq::context_t context;
+    return options.action == kaiklactl::Options::Action::watch
+               ? kaiklactl::Watch(options, context, stop).run()
+               : kaiklactl::runDoctor(options, context, stop);
+}
+
 kaiklactl::ExitStatus run(const kaiklactl::Options& options) {
     switch (options.action) {
-    case kaiklactl::Options::Action::watch: {
-        kaiklactl::StopSignals stop;
-        zmq::context_t context;
-        return kaiklactl::Watch(options, context, stop).run();
-    }
-    case kaiklactl::Options::Action::doctor: {
-        kaiklactl::StopSignals stop;
-        zmq::context_t context;
-        return kaiklactl::runDoctor(options, context, stop);
-    }
+    case kaiklactl::Options::Action::watch:
+    case kaiklactl::Options::Action::doctor:
+        return runAsConsumer(options);
     default: {
         zmq::context_t context;
         kaiklactl::runCommand(options, context);

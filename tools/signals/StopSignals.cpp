@@ -1,13 +1,12 @@
-#include "tools/kaikla-sim/StopSignals.hpp"
+#include "tools/signals/StopSignals.hpp"
 
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <system_error>
-
-namespace sim {
 
 namespace {
 
@@ -48,7 +47,8 @@ void StopSignals::endProcessAtOnce() {
     ::pthread_sigmask(SIG_UNBLOCK, &stopping, nullptr);
 }
 
-StopSignals::StopSignals() : caught(stopSignals()) {
+StopSignals::StopSignals() {
+    const sigset_t caught = stopSignals();
     ::pthread_sigmask(SIG_BLOCK, &caught, nullptr);
     signalDescriptor = ::signalfd(-1, &caught, SFD_CLOEXEC | SFD_NONBLOCK);
     if (signalDescriptor < 0) {
@@ -58,7 +58,10 @@ StopSignals::StopSignals() : caught(stopSignals()) {
 
 StopSignals::~StopSignals() {
     ::close(signalDescriptor);
-    ::pthread_sigmask(SIG_UNBLOCK, &caught, nullptr);
 }
 
-} // namespace sim
+int StopSignals::take() {
+    signalfd_siginfo signal{};
+    const ssize_t size = ::read(signalDescriptor, &signal, sizeof signal);
+    return size == sizeof signal ? static_cast<int>(signal.ssi_signo) : 0;
+}
