@@ -6,6 +6,7 @@
 #include "platform/records/JsonMember.hpp"
 #include "platform/records/JsonText.hpp"
 #include "platform/zmq/ConnectionAttempt.hpp"
+#include "platform/zmq/WholeMessage.hpp"
 
 #include <chrono>
 #include <optional>
@@ -150,12 +151,7 @@ int ClientJsonApi::State::exchange(const IpcMsg& message, Json::Value& reply) {
 
 int ClientJsonApi::State::readAnswer(Json::Value& reply) {
     zmq::message_t frame;
-    (void)socket->recv(frame, zmq::recv_flags::dontwait);
-    const bool oneFrame = !frame.more();
-    for (zmq::message_t surplus; socket->get(zmq::sockopt::rcvmore);) {
-        (void)socket->recv(surplus);
-    }
-    if (!oneFrame) {
+    if (whole_message::receive(*socket, {&frame}) > 1) {
         return fail(platform_protocol::kErrorMalformed, "the answer holds several frames");
     }
     Json::Value json;

@@ -4,6 +4,7 @@
 #include "platform/api/Logger.hpp"
 #include "platform/api/ProcessBasics.hpp"
 #include "platform/records/IpcMsg.hpp"
+#include "platform/zmq/WholeMessage.hpp"
 
 #include <charconv>
 #include <exception>
@@ -72,25 +73,19 @@ void NotificationSocket::receive(const Dispatch& dispatch) {
             }
         }
     } catch (const zmq::error_t& error) {
-        // The wait for a later frame was interrupted or the context is going down.
+        // The context is going down.
         Logger::log(Logger::LOG_LEVEL_ERR, "%s: Error receiving from %s. Error [%d]::%s", service,
                     endpoint, error.num(), error.what());
     }
 }
 
 bool NotificationSocket::receiveOne(const Dispatch& dispatch) {
-    if (!socket->recv(kindFrame, zmq::recv_flags::dontwait)) {
+    const std::size_t frames = whole_message::receive(*socket, {&kindFrame, &messageFrame});
+    if (frames == 0) {
         return false;
     }
-    bool twoFrames = false;
-    if (kindFrame.more()) {
-        (void)socket->recv(messageFrame);
-        twoFrames = !messageFrame.more();
-        for (zmq::message_t surplus; socket->get(zmq::sockopt::rcvmore);) {
-            (void)socket->recv(surplus);
-        }
-    }
-    handle(twoFrames, dispatch);
+    constexpr std::size_t kKindAndMessage = 2;
+    handle(frames == kKindAndMessage, dispatch);
     return true;
 }
 

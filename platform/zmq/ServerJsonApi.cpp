@@ -4,6 +4,7 @@
 #include "platform/api/Logger.hpp"
 #include "platform/records/JsonText.hpp"
 #include "platform/zmq/ReplyError.hpp"
+#include "platform/zmq/WholeMessage.hpp"
 
 #include <exception>
 #include <utility>
@@ -49,18 +50,6 @@ std::string encode(Reply reply) {
 struct ServerJsonApi::State {
     JsonDecoder decoder;
     zmq::message_t frame;
-
-    /// Receives every frame of one request; the first stays in `frame`. False when there is none.
-    bool receive(zmq::socket_t& socket, bool& oneFrame) {
-        if (!socket.recv(frame, zmq::recv_flags::dontwait)) {
-            return false;
-        }
-        oneFrame = !frame.more();
-        for (zmq::message_t surplus; socket.get(zmq::sockopt::rcvmore);) {
-            (void)socket.recv(surplus);
-        }
-        return true;
-    }
 };
 
 ServerJsonApi::ServerJsonApi() : state(std::make_unique<State>()) {}
@@ -102,11 +91,11 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
     };
 
     try {
-        bool oneFrame = false;
-        if (!state->receive(*socket, oneFrame)) {
+        const std::size_t frames = whole_message::receive(*socket, {&state->frame});
+        if (frames == 0) {
             return 0;
         }
-        Reply reply = answer(oneFrame);
+        Reply reply = answer(frames == 1);
         const int result = reply.result;
         if (result < 0) {
             Logger::log(Logger::LOG_LEVEL_WRN, "command %u (%s) refused with %d: %s",
@@ -117,7 +106,8 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
         }
         const std::string text = encode(std::move(reply));
         // REP never waits: a reply whose client is gone or does not read is dropped.
-        (void)socket->send(zmq::buffer(text), zmq::send_flags::none);
+        (void)whole_message::uninterrupted(
+            [&] { return socket->send(zmq::buffer(text), zmq::send_flags::none); });
         return result;
     } catch (const std::exception& error) {
         Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
