@@ -6,7 +6,6 @@
 #include "tests/fuzz/Expect.hpp"
 #include "tests/fuzz/FuzzInput.hpp"
 
-#include <csignal>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -20,14 +19,8 @@ public:
     Node() {
         zmq::socket_t socket(context, zmq::socket_type::router);
         socket.bind(platform_protocol::kNmosNodeEndpoint);
-        // The fuzzer's clock is for its own thread.
-        sigset_t all;
-        sigset_t before;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before);
         std::thread([this](zmq::socket_t bound) { answerForever(bound); }, std::move(socket))
             .detach();
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
     }
 
     void answerWith(const std::vector<std::string_view>& frames) {
