@@ -132,15 +132,27 @@ bool isControl(char c) {
     return byte < kFirstPrintable || byte == kDelete;
 }
 
-/// Whether one of `length` characters is to be escaped. They are looked at in blocks, which
+/// In UTF-8 the control characters from U+0080 to U+009F, "next line" among them, begin with this.
+constexpr char kC1Lead = '\xc2';
+
+bool isC1Control(char lead, char next) {
+    constexpr unsigned char kFirst = 0x80;
+    constexpr unsigned char kLast = 0x9f;
+    const auto byte = static_cast<unsigned char>(next);
+    return lead == kC1Lead && byte >= kFirst && byte <= kLast;
+}
+
+/// Whether one of `length` characters may have to be escaped. They are looked at in blocks, which
 /// compiles to a fraction of what a look at each would; the block behind the text must be writable.
-bool holdsControl(char* text, std::size_t length) {
+bool mayHoldControl(char* text, std::size_t length) {
     constexpr std::size_t kBlock = 16;
     std::memset(text + length, ' ', kBlock);
     unsigned char found = 0;
     for (std::size_t at = 0; at < length; at += kBlock) {
         for (std::size_t i = 0; i < kBlock; ++i) {
-            found |= static_cast<unsigned char>(isControl(text[at + i]));
+            const char c = text[at + i];
+            found |= static_cast<unsigned char>(isControl(c));
+            found |= static_cast<unsigned char>(c == kC1Lead);
         }
     }
     return found != 0;
@@ -150,8 +162,11 @@ bool holdsControl(char* text, std::size_t length) {
 std::size_t escapeInto(char* line, std::string_view text) {
     constexpr const char* kHex = "0123456789abcdef";
     char* end = line;
-    for (const char c : text) {
-        if (!isControl(c)) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool partOfC1 = (i + 1 < text.size() && isC1Control(c, text[i + 1])) ||
+                              (i > 0 && isC1Control(text[i - 1], c));
+        if (!isControl(c) && !partOfC1) {
             *end++ = c;
             continue;
         }
@@ -185,7 +200,7 @@ void appendLine(int level, const char* format, va_list arguments) {
     const int wanted = std::vsnprintf(text, kMaxTextBytes, format, arguments);
     const std::size_t textLength =
         wanted < 0 ? 0 : std::min(static_cast<std::size_t>(wanted), kMaxTextBytes - 1);
-    if (!holdsControl(text, textLength)) {
+    if (!mayHoldControl(text, textLength)) {
         length += textLength;
     } else {
         std::array<char, kMaxTextBytes> plain;
