@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -144,6 +145,24 @@ bool ChildProcess::waitForOutput(const std::string& text, int times,
 bool ChildProcess::waitForError(const std::string& text, int times,
                                 std::chrono::milliseconds limit) {
     return waitFor(standardError, text, times, limit);
+}
+
+Outcome ChildProcess::finish() {
+    Outcome outcome;
+    outcome.status = waitForExit();
+    std::unique_lock lock(mutex);
+    if (outcome.status) {
+        constexpr std::chrono::seconds kPatience{10};
+        changed.wait_for(lock, kPatience,
+                         [this] { return !standardOutput.open && !standardError.open; });
+    }
+    outcome.output = standardOutput.text;
+    outcome.error = standardError.text;
+    return outcome;
+}
+
+Outcome run(std::vector<std::string> arguments) {
+    return ChildProcess(std::move(arguments)).finish();
 }
 
 std::string ChildProcess::output() {

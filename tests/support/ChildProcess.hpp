@@ -11,6 +11,14 @@
 #include <thread>
 #include <vector>
 
+/// How a process ended, and all that it wrote.
+struct Outcome {
+    /// Nothing when it did not end.
+    std::optional<int> status;
+    std::string output;
+    std::string error;
+};
+
 /// A real process, started, talked to by signals and waited for. Its output is read all the time,
 /// so that it never blocks on it. Whatever is still running is killed with the object.
 class ChildProcess {
@@ -37,6 +45,9 @@ public:
     bool waitForError(const std::string& text, int times = 1,
                       std::chrono::milliseconds limit = std::chrono::seconds(10));
 
+    /// Waits for the end of the process and of its output.
+    Outcome finish();
+
     /// What has been written so far.
     std::string output();
     std::string error();
@@ -60,6 +71,9 @@ private:
     Stream standardError;
     std::thread reader;
 };
+
+/// Runs a program to its end.
+Outcome run(std::vector<std::string> arguments);
 
 /// How often `needle` occurs in `text`.
 int countOf(const std::string& text, const std::string& needle);

@@ -2,8 +2,6 @@
 
 #include "platform/api/Logger.hpp"
 
-#include <unistd.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -33,17 +31,13 @@ std::vector<std::string> errorLines(const std::string& log) {
     return errors;
 }
 
-CapturedLog::CapturedLog()
-    : path(std::filesystem::temp_directory_path() /
-           ("captured-" + std::to_string(::getpid()) + ".log")) {
-    std::filesystem::remove(path);
+CapturedLog::CapturedLog() {
     Logger::createLogger(Logger::kToFile | Logger::LOG_LEVEL_VERBOSE, path, "kaikla");
 }
 
 CapturedLog::~CapturedLog() {
     Logger::flush();
     Logger::createLogger(0, "", "");
-    std::filesystem::remove(path);
 }
 
 std::vector<std::string> CapturedLog::lines() {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/TemporaryDirectory.hpp"
+
 #include <string>
 #include <vector>
 
@@ -24,7 +26,8 @@ public:
     std::vector<std::string> lines();
 
 private:
-    std::string path;
+    TemporaryDirectory directory;
+    std::string path = directory.file("log");
 };
 
 /// The text of a file, empty when there is none.

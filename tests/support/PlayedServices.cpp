@@ -20,14 +20,14 @@ zmq::socket_t makeBound(zmq::context_t& context, zmq::socket_type type, const ch
     return socket;
 }
 
+} // namespace
+
 void sendAll(zmq::socket_t& socket, const std::vector<std::string>& frames) {
     for (std::size_t i = 0; i < frames.size(); ++i) {
         socket.send(zmq::buffer(frames[i]),
                     i + 1 < frames.size() ? zmq::send_flags::sndmore : zmq::send_flags::none);
     }
 }
-
-} // namespace
 
 PlayedPublisher::PlayedPublisher(zmq::context_t& context, const char* endpoint)
     : socket(makeBound(context, zmq::socket_type::xpub, endpoint)) {}
@@ -48,10 +48,6 @@ bool PlayedPublisher::waitForSubscription(unsigned kind, std::chrono::millisecon
 void PlayedPublisher::send(unsigned kind, const std::string& payload) {
     const std::string number = std::to_string(kind);
     sendFrames({number, R"({"command_id":)" + number + R"(,"payload":)" + payload + "}"});
-}
-
-void PlayedPublisher::sendFrames(const std::vector<std::string>& frames) {
-    sendAll(socket, frames);
 }
 
 PlayedNmosNode::PlayedNmosNode(zmq::context_t& context, const char* endpoint)
@@ -77,7 +73,7 @@ std::string PlayedNmosNode::deviceAnswer(const std::string& deviceId) {
     return R"({"command_id":0,"result":0,"payload":{"device":{"id":")" + deviceId + R"("}}})";
 }
 
-void PlayedNmosNode::setAnswer(std::optional<std::string> body) {
+void PlayedNmosNode::answerWith(std::optional<std::string> body) {
     const std::lock_guard lock(mutex);
     answer = std::move(body);
 }

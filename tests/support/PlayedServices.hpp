@@ -14,6 +14,9 @@
 #include <thread>
 #include <vector>
 
+/// Sends one message of these frames.
+void sendAll(zmq::socket_t& socket, const std::vector<std::string>& frames);
+
 /// A service that publishes notifications (session manager, system manager, PTP management), as a
 /// test plays it. It queues without a limit and forgets everything when it is destroyed.
 class PlayedPublisher {
@@ -27,7 +30,7 @@ public:
 
     /// Publishes a well-formed notification; `payload` is JSON text.
     void send(unsigned kind, const std::string& payload);
-    void sendFrames(const std::vector<std::string>& frames);
+    void sendFrames(const std::vector<std::string>& frames) { sendAll(socket, frames); }
 
 private:
     zmq::socket_t socket;
@@ -51,8 +54,8 @@ public:
     /// with the id "dev".
     static std::string deviceAnswer(const std::string& deviceId);
 
-    void answerWith(std::string body) { setAnswer(std::move(body)); }
-    void staySilent() { setAnswer(std::nullopt); }
+    void answerWith(std::optional<std::string> body);
+    void staySilent() { answerWith(std::nullopt); }
 
     /// Answers request number `index`, counted from 0, now: late, or once more.
     void answerRequest(std::size_t index, const std::string& body);
@@ -62,7 +65,6 @@ public:
     std::vector<std::string> requests();
 
 private:
-    void setAnswer(std::optional<std::string> body);
     void run(zmq::socket_t router, zmq::socket_t orders);
 
     std::string boundTo;

@@ -72,7 +72,7 @@ std::optional<int> ServiceTest::stop(int signal) {
     const std::optional<int> status = service->waitForExit(std::chrono::seconds(1));
     if (status) {
         // The log is complete when its pipe is closed.
-        service->waitForError("\n\n");
+        service->finish();
     }
     return status;
 }

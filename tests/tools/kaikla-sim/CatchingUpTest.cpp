@@ -65,8 +65,7 @@ TEST_F(CatchingUpTest, GivesALateAndARestartedServiceTheWholeDeviceWithinASecond
     startSim(kDevice, asTheDevice);
     ASSERT_TRUE(sim->waitForOutput("has been played"));
     expectWhole(documentOfFreshService());
-    service->signal(SIGTERM);
-    ASSERT_EQ(service->waitForExit(), 0);
+    ASSERT_EQ(stop(SIGTERM), 0);
     expectWhole(documentOfFreshService());
     service->signal(SIGKILL);
     ASSERT_TRUE(service->waitForExit());
@@ -101,24 +100,6 @@ TEST_F(CatchingUpTest, LeavesTheServiceAsItIsWhenOthersSubscribe) {
         ASSERT_TRUE(service->waitForError("avmgrNotifyNewSessionEvent", before + 3));
         expectWhole(waitForDocument(isWhole));
     }
-}
-
-TEST_F(CatchingUpTest, PlaysTheBuiltInDayToItsEnd) {
-    sim.emplace(std::vector<std::string>{"kaikla-sim", "--speed", "20", "--device-id", "mine"});
-    ASSERT_TRUE(sim->waitForOutput("ready"));
-    startService();
-    ASSERT_TRUE(sim->waitForOutput("has been played"));
-    const Json::Value evening = waitForDocument([](const Json::Value& seen) {
-        return seen["ptp"]["ports"][1]["portSetting1"] == 2 && seen["sessions"].size() == 1 &&
-               seen["eths"].size() == 2;
-    });
-    ASSERT_TRUE(evening.isObject());
-    EXPECT_EQ(evening["device_id"], "mine");
-    EXPECT_EQ(evening["sessions"][0]["stream"].size(), 3U);
-    EXPECT_EQ(evening["ptp"]["locked"], true);
-    EXPECT_EQ(evening["eths"][1]["state"], 1);
-    // Nothing of the day has been refused.
-    EXPECT_EQ(countOf(service->error(), " ERR "), 0) << service->error();
 }
 
 } // namespace

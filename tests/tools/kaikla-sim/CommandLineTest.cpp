@@ -8,31 +8,18 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-struct Outcome {
-    std::optional<int> status;
-    std::string output;
-    std::string error;
-};
-
-Outcome run(std::vector<std::string> options) {
+Outcome runSim(std::vector<std::string> options) {
     options.insert(options.begin(), "kaikla-sim");
-    ChildProcess process(std::move(options));
-    Outcome outcome;
-    outcome.status = process.waitForExit();
-    process.waitForOutput("\n");
-    process.waitForError("\n");
-    outcome.output = process.output();
-    outcome.error = process.error();
-    return outcome;
+    return run(std::move(options));
 }
 
 class CommandLineTest : public SimFixture {};
 
 TEST_F(CommandLineTest, AnswersHelpAndVersion) {
-    const Outcome help = run({"--help"});
+    const Outcome help = runSim({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_THAT(help.output, HasSubstr("--scenario"));
-    const Outcome version = run({"--version"});
+    const Outcome version = runSim({"--version"});
     EXPECT_EQ(version.status, 0);
     EXPECT_THAT(version.output, StartsWith("kaikla-sim "));
 }
@@ -50,10 +37,10 @@ TEST_F(CommandLineTest, RefusesWhatItDoesNotUnderstand) {
         {"record"},
         {"record", "a", "b"},
         {"--loop", "--exit-at-end"},
-        {"--speed", "2", "record", freshFileName()},
+        {"--speed", "2", "record", directory.file("recording")},
     };
     for (const auto& options : wrong) {
-        const Outcome outcome = run(options);
+        const Outcome outcome = runSim(options);
         EXPECT_EQ(outcome.status, 2) << options.front();
         EXPECT_THAT(outcome.error, Not(testing::IsEmpty())) << options.front();
     }
@@ -62,16 +49,17 @@ TEST_F(CommandLineTest, RefusesWhatItDoesNotUnderstand) {
 TEST_F(CommandLineTest, PlaysNothingOfAScenarioWithAMistake) {
     const std::string file = fileOf(R"({"at_ms": 0, "service": "ptp", "kind": 1000, "payload": {}}
 {"at_ms": 0, "service": "ptp", "kind": 1, "payload": {}})");
-    const Outcome outcome = run({"--scenario", file});
+    const Outcome outcome = runSim({"--scenario", file});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output, "");
     EXPECT_EQ(outcome.error, "kaikla-sim: " + file + ":2: \"ptp\" has no kind 1\n");
 
-    EXPECT_EQ(run({"--scenario", freshFileName()}).status, 1);
+    EXPECT_EQ(runSim({"--scenario", directory.file("absent")}).status, 1);
     // It would play without ever resting.
     const std::string moment = fileOf(R"({"at_ms":0,"service":"ptp","kind":1000,"payload":{}})");
-    EXPECT_EQ(run({"--scenario", moment, "--loop"}).status, 1);
-    EXPECT_EQ(run({"record", "/absent/recording"}).status, 1);
+    EXPECT_EQ(runSim({"--scenario", moment, "--loop"}).status, 1);
+    EXPECT_EQ(runSim({"record", "/absent/recording"}).status, 1);
+    EXPECT_EQ(runSim({"record", "/dev/full"}).status, 1);
 }
 
 } // namespace

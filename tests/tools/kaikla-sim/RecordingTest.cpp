@@ -7,53 +7,17 @@
 #include <poll.h>
 
 #include <csignal>
-#include <set>
+#include <fstream>
 
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::StartsWith;
-
-/// One of a device's services.
-class PlayedService {
-public:
-    PlayedService(zmq::context_t& context, const char* endpoint)
-        : socket(context, zmq::socket_type::xpub) {
-        socket.set(zmq::sockopt::linger, 0);
-        socket.bind(endpoint);
-    }
-
-    bool waitForSubscriptions(std::size_t count) {
-        constexpr int kLimitMs = 10'000;
-        socket.set(zmq::sockopt::rcvtimeo, kLimitMs);
-        zmq::message_t event;
-        while (topics.size() < count && socket.recv(event)) {
-            topics.insert(event.to_string());
-        }
-        return topics.size() == count;
-    }
-
-    void send(const std::string& topic, const std::string& message) {
-        socket.send(zmq::buffer(topic), zmq::send_flags::sndmore);
-        socket.send(zmq::buffer(message), zmq::send_flags::none);
-    }
-    void sendKind(unsigned kind, const std::string& payload) {
-        const std::string number = std::to_string(kind);
-        send(number, R"({"command_id":)" + number + R"(,"payload":)" + payload + "}");
-    }
-    void sendOneFrame(const std::string& topic) {
-        socket.send(zmq::buffer(topic), zmq::send_flags::none);
-    }
-
-private:
-    zmq::socket_t socket;
-    std::set<std::string> topics;
-};
 
 class RecordingTest : public SimFixture {
 protected:
     void startRecording() {
-        file = freshFileName();
         recorder.emplace(std::vector<std::string>{"kaikla-sim", "record", file});
         ASSERT_TRUE(recorder->waitForError("recording"));
     }
@@ -62,7 +26,7 @@ protected:
     /// Waits until the recording holds `text`; each line is in the file as soon as it is taken.
     bool waitForRecorded(const std::string& text) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (contentOf(file).find(text) == std::string::npos) {
+        while (fileText(file).find(text) == std::string::npos) {
             if (std::chrono::steady_clock::now() >= end) {
                 return false;
             }
@@ -71,38 +35,41 @@ protected:
         return true;
     }
 
-    std::string file;
+    const std::string file = directory.file("recording");
     std::optional<ChildProcess> recorder;
 };
 
 TEST_F(RecordingTest, HoldsWhatEachServiceSaidAndNothingElse) {
     startRecording();
-    PlayedService session(context, platform_protocol::kSessionManagerEndpoint);
-    PlayedService system(context, platform_protocol::kSystemManagerEndpoint);
-    PlayedService ptp(context, platform_protocol::kPtpManagementEndpoint);
-    ASSERT_TRUE(session.waitForSubscriptions(7));
-    ASSERT_TRUE(system.waitForSubscriptions(4));
-    ASSERT_TRUE(ptp.waitForSubscriptions(2));
+    playServices();
+    const auto publisherOf = [this](sim::Service kind) -> PlayedPublisher& {
+        return *(kind == sim::Service::session  ? session
+                 : kind == sim::Service::system ? system
+                                                : ptp);
+    };
+    for (const sim::Kind& kind : sim::allKinds()) {
+        ASSERT_TRUE(publisherOf(kind.service).waitForSubscription(kind.number)) << kind.name;
+    }
 
     const std::string odd =
         R"({"device_id":"real","id":18446744073709551615,"nmos_id":"\u00e9\n","real":-0.1,"unknown":[{}]})";
-    session.sendKind(1000, R"({"id":1,"audio":[{"id":11,"class":"sender"}]})");
-    session.sendKind(1003, odd);
-    session.sendKind(1003, R"({"id":-1})");
-    session.sendKind(1003, "[]");
-    session.sendKind(1003, R"({"nmos_id":"whose?"})");
-    session.send("1003", "not JSON");
-    session.send("1003", R"({"command_id":1001,"payload":{"id":1}})");
-    session.send("10035", R"({"command_id":10035,"payload":{}})");
-    session.send("1003\n", R"({"command_id":1003,"payload":{}})");
-    session.sendOneFrame("1003");
-    session.sendKind(1004, R"({"id":5,"sdp":")" +
-                               std::string(platform_protocol::kMaxFrameBytes - 60, 'x') + "\"}");
-    session.sendKind(1001, R"({"id":1})");
+    session->send(1000, R"({"id":1,"audio":[{"id":11,"class":"sender"}]})");
+    session->send(1003, odd);
+    session->send(1003, R"({"id":-1})");
+    session->send(1003, "[]");
+    session->send(1003, R"({"nmos_id":"whose?"})");
+    session->sendFrames({"1003", "not JSON"});
+    session->sendFrames({"1003", R"({"command_id":1001,"payload":{"id":1}})"});
+    session->sendFrames({"10035", R"({"command_id":10035,"payload":{}})"});
+    session->sendFrames({"1003\n", R"({"command_id":1003,"payload":{}})"});
+    session->sendFrames({"1003"});
+    session->send(1004, R"({"id":5,"sdp":")" +
+                            std::string(platform_protocol::kMaxFrameBytes - 60, 'x') + "\"}");
+    session->send(1001, R"({"id":1})");
     ASSERT_TRUE(waitForRecorded("1001"));
-    ptp.sendKind(1000, R"({"locked":true})");
+    ptp->send(1000, R"({"locked":true})");
     ASSERT_TRUE(waitForRecorded("locked"));
-    system.sendKind(1002, "{}");
+    system->send(1002, "{}");
     ASSERT_TRUE(waitForRecorded("1002"));
 
     constexpr int kMalformed = 9;
@@ -126,9 +93,11 @@ TEST_F(RecordingTest, HoldsWhatEachServiceSaidAndNothingElse) {
     EXPECT_EQ(scenario.deviceId, "real");
 }
 
-TEST_F(RecordingTest, ReplaysTheSameDay) {
+TEST_F(RecordingTest, ReplaysTheBuiltInDay) {
+    std::ofstream(file) << std::string(1'000'000, '?') << "an older recording";
     startRecording();
-    sim.emplace(std::vector<std::string>{"kaikla-sim", "--speed", "20"});
+    sim.emplace(std::vector<std::string>{"kaikla-sim", "--speed", "20", "--device-id", "mine"});
+    ASSERT_TRUE(sim->waitForOutput("ready"));
     startService();
     const auto isEvening = [](const Json::Value& seen) {
         return seen["ptp"]["ports"][1]["portSetting1"] == 2 && seen["sessions"].size() == 1 &&
@@ -136,11 +105,16 @@ TEST_F(RecordingTest, ReplaysTheSameDay) {
     };
     const Json::Value evening = waitForDocument(isEvening);
     ASSERT_TRUE(evening.isObject());
+    EXPECT_EQ(evening["device_id"], "mine");
+    EXPECT_EQ(evening["sessions"][0]["stream"].size(), 3U);
+    EXPECT_EQ(evening["ptp"]["locked"], true);
+    EXPECT_EQ(evening["eths"][1]["state"], 1);
+    EXPECT_THAT(errors(), IsEmpty()) << "nothing of the day has been refused";
+    ASSERT_TRUE(sim->waitForOutput("has been played"));
     ASSERT_TRUE(waitForRecorded(R"("portSetting1":2)"));
     stopRecording(SIGTERM);
     ASSERT_EQ(stop(*sim, SIGTERM), 0);
-    service->signal(SIGTERM);
-    ASSERT_EQ(service->waitForExit(), 0);
+    ASSERT_EQ(stop(SIGTERM), 0);
 
     sim.emplace(std::vector<std::string>{"kaikla-sim", "--scenario", file, "--speed", "5"});
     startService();

@@ -11,7 +11,7 @@ using testing::IsEmpty;
 
 class ScenarioPlayerTest : public testing::Test {
 protected:
-    explicit ScenarioPlayerTest() {
+    ScenarioPlayerTest() {
         for (const int at : {0, 100, 100, 250}) {
             scenario.events.push_back({milliseconds(at), nullptr, 0, std::to_string(at)});
         }

@@ -1,40 +1,11 @@
 #include "tests/tools/kaikla-sim/SimFixture.hpp"
 
-#include <unistd.h>
-
 #include <fstream>
-#include <sstream>
-
-namespace {
-
-constexpr unsigned kGetStatus = 0;
-constexpr unsigned kAdd = 1;
-constexpr unsigned kRemove = 2;
-
-} // namespace
-
-SimFixture::~SimFixture() {
-    for (const std::string& name : files) {
-        ::unlink(name.c_str());
-    }
-}
-
-std::string SimFixture::freshFileName() {
-    files.push_back(testing::TempDir() + "kaikla-sim-" + std::to_string(::getpid()) + "-" +
-                    std::to_string(files.size()) + ".jsonl");
-    return files.back();
-}
 
 std::string SimFixture::fileOf(const std::string& text) {
-    std::string name = freshFileName();
+    std::string name = directory.file("scenario-" + std::to_string(++files));
     std::ofstream(name) << text;
     return name;
-}
-
-std::string SimFixture::contentOf(const std::string& fileName) {
-    std::ostringstream content;
-    content << std::ifstream(fileName).rdbuf();
-    return content.str();
 }
 
 void SimFixture::startSim(const std::string& lines, const std::vector<std::string>& options) {
@@ -49,23 +20,12 @@ void SimFixture::playAll(const std::string& lines) {
     ASSERT_TRUE(sim->waitForOutput("has been played"));
 }
 
-void SimFixture::startService() {
-    service.emplace(std::vector<std::string>{"kaikla", "-l", "5"});
-    ASSERT_TRUE(service->waitForError("waiting for commands")) << service->error();
-}
-
-Json::Value SimFixture::document() {
-    return client.request(kGetStatus)["payload"]["status"];
-}
-
 Json::Value SimFixture::waitForDocument(const std::function<bool(const Json::Value&)>& isComplete,
                                         std::chrono::milliseconds limit) {
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + limit;
     Consumer consumer(context);
-    Json::Value address;
-    address["address"] = consumer.address();
-    client.request(kAdd, address);
+    add(consumer.address());
     Json::Value found;
     for (;;) {
         Json::Value seen = document();
@@ -78,7 +38,7 @@ Json::Value SimFixture::waitForDocument(const std::function<bool(const Json::Val
             break;
         }
     }
-    client.request(kRemove, address);
+    remove(consumer.address());
     return found;
 }
 
