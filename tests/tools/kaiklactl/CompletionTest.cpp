@@ -2,7 +2,6 @@
 
 #include <regex>
 #include <set>
-#include <sstream>
 
 using testing::ElementsAre;
 using testing::IsSupersetOf;
@@ -18,44 +17,35 @@ protected:
         const std::string program = line.substr(0, line.find(' '));
         // Bash ends a word at a colon; a word begins after a blank at the end.
         const Outcome outcome =
-            run({"/bin/bash", "-c",
-                 "PATH=" KAIKLA_BIN_DIR ":$PATH; source " COMPLETIONS "/" + program +
-                     R"(.bash; COMP_LINE=$1; COMP_POINT=${#1}; read -ra COMP_WORDS <<<"${1//:/ : }"
-                     [[ $1 != *' ' ]] || COMP_WORDS+=("")
-                     COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-                     $(complete -p "${COMP_WORDS[0]}" | sed 's/.*-F \([^ ]*\).*/\1/')
-                     (( ${#COMPREPLY[@]} == 0 )) || printf '%s\n' "${COMPREPLY[@]}")",
-                 "bash", line});
+            shell("source " COMPLETIONS "/" + program + ".bash; COMP_LINE='" + line +
+                  R"('; COMP_POINT=${#COMP_LINE}; read -ra COMP_WORDS <<<"${COMP_LINE//:/ : }"
+               [[ $COMP_LINE != *' ' ]] || COMP_WORDS+=("")
+               COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+               $(complete -p "${COMP_WORDS[0]}" | sed 's/.*-F \([^ ]*\).*/\1/')
+               (( ${#COMPREPLY[@]} == 0 )) || printf '%s\n' "${COMPREPLY[@]}")");
         EXPECT_EQ(outcome.error, "");
-        return lines(outcome.output);
+        return matches(outcome.output, R"(([^\n]+)\n)");
     }
 
     /// The long options and subcommands that the program's own help names.
     static Words documented(std::vector<std::string> command) {
         command.emplace_back("--help");
         const std::string help = run(std::move(command)).output;
-        Words words;
-        const std::regex option(R"((?:^|\n) +(?:-h,)?(--[a-z-]+))");
-        const std::regex subcommand(R"(\n  ([a-z]+) )");
-        const auto end = std::sregex_iterator();
-        for (std::sregex_iterator match(help.begin(), help.end(), option); match != end; ++match) {
-            words.insert((*match)[1]);
-        }
-        const std::string subcommands =
-            help.substr(std::min(help.find("Subcommands:"), help.size()));
-        for (std::sregex_iterator match(subcommands.begin(), subcommands.end(), subcommand);
-             match != end; ++match) {
-            words.insert((*match)[1]);
+        Words words = matches(help, R"((?:^|\n) +(?:-h,)?(--[a-z-]+))");
+        if (const auto subcommands = help.find("Subcommands:"); subcommands != std::string::npos) {
+            words.merge(matches(help.substr(subcommands), R"(\n  ([a-z]+) )"));
         }
         return words;
     }
 
 private:
-    static Words lines(const std::string& text) {
+    /// What the group of `pattern` holds wherever it matches.
+    static Words matches(const std::string& text, const char* pattern) {
+        const std::regex regex(pattern);
         Words words;
-        std::istringstream stream(text);
-        for (std::string line; std::getline(stream, line);) {
-            words.insert(line);
+        for (std::sregex_iterator match(text.begin(), text.end(), regex), end; match != end;
+             ++match) {
+            words.insert((*match)[1]);
         }
         return words;
     }

@@ -5,28 +5,13 @@
 #include <iterator>
 #include <utility>
 
-KaiklactlTest::Outcome KaiklactlTest::run(std::vector<std::string> arguments) {
-    ChildProcess process(std::move(arguments));
-    return finish(process);
-}
-
-KaiklactlTest::Outcome KaiklactlTest::ctl(std::vector<std::string> arguments) {
+Outcome KaiklactlTest::ctl(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "kaiklactl");
     return run(std::move(arguments));
 }
 
-KaiklactlTest::Outcome KaiklactlTest::finish(ChildProcess& process) {
-    Outcome outcome;
-    outcome.status = process.waitForExit();
-    if (outcome.status) {
-        // Returns when the stream has been read to its end.
-        const std::string never(1, '\0');
-        process.waitForOutput(never);
-        process.waitForError(never);
-    }
-    outcome.output = process.output();
-    outcome.error = process.error();
-    return outcome;
+Outcome KaiklactlTest::shell(const std::string& line) {
+    return run({"/bin/bash", "-c", "set -o pipefail; PATH=" KAIKLA_BIN_DIR ":$PATH; " + line});
 }
 
 std::vector<std::string> KaiklactlTest::registered() {
@@ -57,7 +42,5 @@ std::optional<std::string> PlayedStranger::receive() {
 }
 
 void PlayedStranger::answer(const std::string& body) {
-    socket.send(zmq::buffer(client), zmq::send_flags::sndmore);
-    socket.send(zmq::message_t(), zmq::send_flags::sndmore);
-    socket.send(zmq::buffer(body), zmq::send_flags::none);
+    sendAll(socket, {client, "", body});
 }

@@ -9,18 +9,10 @@
 /// kaiklactl as its users run it, beside the real service.
 class KaiklactlTest : public ServiceTest {
 protected:
-    struct Outcome {
-        /// Nothing when the program did not end.
-        std::optional<int> status;
-        std::string output;
-        std::string error;
-    };
-
-    /// Runs a program to its end.
-    static Outcome run(std::vector<std::string> arguments);
     /// Runs `kaiklactl`.
     static Outcome ctl(std::vector<std::string> arguments);
-    static Outcome finish(ChildProcess& process);
+    /// Runs a line of bash, in which this build's programs go by their names.
+    static Outcome shell(const std::string& line);
 
     std::vector<std::string> registered();
 
