@@ -1,6 +1,6 @@
 #include "handler/WebNotifierHandler.hpp"
 #include "platform/PlatformProtocol.hpp"
-#include "platform/api/ResultCode.hpp"
+#include "platform/api/Logger.hpp"
 #include "tests/support/LogLines.hpp"
 #include "tests/support/TcpPort.hpp"
 
@@ -11,22 +11,18 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 
 namespace {
 
 using testing::ElementsAre;
 
-/// What a handler logs and returns when there are only so many sockets in the context and places
-/// in the poll set; the last line is "CODE, N items". In a process of its own, because a handler
-/// never closes its command socket.
+/// What a handler logs when there are only so many sockets in the context and places in the poll
+/// set; the last line is "INF CODE, N items". In a process of its own, because a handler never
+/// closes its command socket.
 std::vector<std::string> initWith(int sockets, int places) {
-    const std::string report =
-        std::filesystem::temp_directory_path() / ("init-" + std::to_string(::getpid()));
+    CapturedLog log;
     const pid_t child = ::fork();
     if (child == 0) {
-        CapturedLog log;
         PollFds pollFds;
         const int filled = static_cast<int>(PollFds::kMaxItems) - places;
         while (pollFds.getPollListSize() < filled) {
@@ -36,19 +32,15 @@ std::vector<std::string> initWith(int sockets, int places) {
         context.set(zmq::ctxopt::max_sockets, sockets);
         WebNotifierHandler handler;
         const int code = handler.init(context, pollFds);
-        std::ofstream file(report);
-        for (const std::string& line : log.lines()) {
-            file << line << '\n';
-        }
-        file << code << ", " << pollFds.getPollListSize() - filled << " items\n" << std::flush;
+        Logger::log(Logger::LOG_LEVEL_INF, "%d, %d items", code,
+                    pollFds.getPollListSize() - filled);
+        Logger::flush();
         std::_Exit(0);
     }
     int status = 0;
     ::waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
-    std::vector<std::string> lines = logLines(fileText(report));
-    std::filesystem::remove(report);
-    return lines;
+    return log.lines();
 }
 
 TEST(HandlerInit, EveryStepsFailureIsCheckedExceptTheSystemManagers) {
@@ -80,9 +72,9 @@ TEST(HandlerInit, EveryStepsFailureIsCheckedExceptTheSystemManagers) {
             "ERR CHK(int WebNotifierHandler::init(zmq::context_t&, PollFds&))::# Error Code " +
                 std::to_string(row.code));
         EXPECT_EQ(lines.back(),
-                  std::to_string(row.code) + ", " + std::to_string(row.items) + " items");
+                  "INF " + std::to_string(row.code) + ", " + std::to_string(row.items) + " items");
     }
-    EXPECT_THAT(initWith(kPlenty, 4), ElementsAre("0, 4 items"));
+    EXPECT_THAT(initWith(kPlenty, 4), ElementsAre("INF 0, 4 items"));
 }
 
 TEST(HandlerInit, TakenPortHasItsOwnCodeAndLine) {
@@ -94,7 +86,7 @@ TEST(HandlerInit, TakenPortHasItsOwnCodeAndLine) {
                 ElementsAre("ERR WebnotifierHandler: Error binding on socket " +
                                 std::string(platform_protocol::kCommandBindEndpoint) +
                                 ". Error [98]::Address already in use",
-                            "-35, 0 items"));
+                            "INF -35, 0 items"));
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "tests/support/ServiceTest.hpp"
-
-#include <sys/stat.h>
+#include "tests/support/TemporaryDirectory.hpp"
 
 #include <csignal>
 #include <filesystem>
@@ -8,14 +7,11 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 class CommandLineTest : public ServiceTest {
 protected:
-    void TearDown() override { std::filesystem::remove(file); }
-
-    std::string file = std::filesystem::temp_directory_path() /
-                       ("command-line-" + std::to_string(::getpid()) + ".log");
+    TemporaryDirectory directory;
+    const std::string file = directory.file("log");
 };
 
 TEST_F(CommandLineTest, AnythingButTheTwoOptionsGivesTheUsageAndStatusOne) {
@@ -34,11 +30,10 @@ TEST_F(CommandLineTest, AnythingButTheTwoOptionsGivesTheUsageAndStatusOne) {
                            Row{{"-L"}, program + ": option requires an argument -- 'L'\n"}}) {
         std::vector<std::string> arguments = {program};
         arguments.insert(arguments.end(), row.options.begin(), row.options.end());
-        ChildProcess process(arguments);
-        EXPECT_EQ(process.waitForExit(), 1);
-        process.waitForError("\n\n\n");
-        EXPECT_EQ(process.error(), row.complaint + usage);
-        EXPECT_EQ(process.output(), "");
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.error, row.complaint + usage);
+        EXPECT_EQ(outcome.output, "");
     }
     EXPECT_FALSE(std::filesystem::exists(file));
 }
@@ -74,7 +69,7 @@ TEST_F(CommandLineTest, FileGetsTheSameLinesOnlyWhenItIsNamed) {
     EXPECT_EQ(fileText("/tmp/kaikla.log"), unnamed);
 
     std::string all;
-    for (int run = 0; run < 2; ++run) {
+    for (int round = 0; round < 2; ++round) {
         startService({"-L", file});
         EXPECT_EQ(stop(SIGTERM), 0);
         all += service->error();
@@ -88,25 +83,6 @@ TEST_F(CommandLineTest, FileGetsTheSameLinesOnlyWhenItIsNamed) {
     EXPECT_EQ(stop(SIGTERM), 0);
     EXPECT_THAT(errors(), ElementsAre("log file /nowhere/x.log cannot be opened: No such file or "
                                       "directory; going on without it"));
-}
-
-TEST_F(CommandLineTest, StandardErrorMayBeClosedOrItsReaderGoAway) {
-    service.emplace(std::vector<std::string>{"/bin/sh", "-c", R"(exec "$0" -L "$1" 2>&- <&-)",
-                                             builtProgram("kaikla"), file});
-    EXPECT_EQ(client.request(kList)["result"], 0);
-    EXPECT_EQ(client.request(4)["result"], -8);
-    EXPECT_EQ(stop(SIGTERM), 0);
-    EXPECT_THAT(errorLines(fileText(file)), ElementsAre(HasSubstr("not recognized")));
-
-    std::filesystem::remove(file);
-    ASSERT_EQ(::mkfifo(file.c_str(), S_IRUSR | S_IWUSR), 0);
-    service.emplace(std::vector<std::string>{"/bin/sh", "-c", R"(exec "$0" -l 7 2>"$1")",
-                                             builtProgram("kaikla"), file});
-    fclose(fopen(file.c_str(), "r"));
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(client.request(4)["result"], -8);
-    }
-    EXPECT_EQ(stop(SIGTERM), 0);
 }
 
 } // namespace

