@@ -67,18 +67,6 @@ void playSignalBeforeTheWait(int signal) {
     std::_Exit(0);
 }
 
-void playInterruptedWait() {
-    PollFds pollFds;
-    const ProcessBasics basics(pollFds);
-    if (::fork() == 0) {
-        ::poll(nullptr, 0, 20);
-        ::kill(::getppid(), SIGTERM);
-        std::_Exit(0);
-    }
-    const int ready = zmq_poll(pollFds.getPollList(), 1, kTenSecondsMs);
-    std::_Exit(ProcessBasics::stopRequested() && (ready == 1 || errno == EINTR) ? 0 : 1);
-}
-
 void playBlockedAfterTheSignal() {
     PollFds pollFds;
     const ProcessBasics basics(pollFds);
@@ -108,21 +96,8 @@ TEST(ProcessBasicsDeathTest, SignalsAreNotLostAndEndBlockedCalls) {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         EXPECT_EXIT(playSignalBeforeTheWait(signal), testing::ExitedWithCode(0), "");
     }
-    EXPECT_EXIT(playInterruptedWait(), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(playBlockedAfterTheSignal(), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(playFailedStart(), testing::ExitedWithCode(221), "");
-}
-
-TEST(ProcessBasicsDeathTest, HangUpStaysIgnoredWhenItWas) {
-    EXPECT_EXIT(
-        {
-            std::signal(SIGHUP, SIG_IGN);
-            PollFds pollFds;
-            const ProcessBasics basics(pollFds);
-            ::raise(SIGHUP);
-            std::_Exit(ProcessBasics::stopRequested() ? 1 : 0);
-        },
-        testing::ExitedWithCode(0), "");
 }
 
 } // namespace

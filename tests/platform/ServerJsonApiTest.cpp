@@ -3,6 +3,7 @@
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/ResultCode.hpp"
 #include "tests/support/CommandClient.hpp"
+#include "tests/support/PlayedServices.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,10 +44,7 @@ protected:
 
     /// The reply to one request of these frames; `result` is what the server gave its caller.
     std::string replyTo(const std::vector<std::string>& frames) {
-        for (std::size_t i = 0; i < frames.size(); ++i) {
-            requester.send(zmq::buffer(frames[i]), i + 1 < frames.size() ? zmq::send_flags::sndmore
-                                                                         : zmq::send_flags::none);
-        }
+        sendAll(requester, frames);
         zmq_pollitem_t item{replier.handle(), -1, ZMQ_POLLIN, 0};
         zmq_poll(&item, 1, 10'000);
         result = server.ipcPreProcessMsg(&replier);
@@ -93,27 +91,27 @@ TEST_F(ServerJsonApiTest, WhatCannotBeDecodedGetsOneReplyThatSaysWhy) {
     const std::string good = R"({"command_id":1,"payload":{"text":"t"}})";
     struct Row {
         std::vector<std::string> frames;
-        unsigned commandId;
-        const char* commandName;
         const char* error;
+        unsigned commandId = 0;
+        const char* commandName = "";
     };
     for (const Row& row : {
-             Row{{good, good}, 0, "", "several frames"},
-             Row{{"", good}, 0, "", "several frames"},
-             Row{{""}, 0, "", "not JSON"},
-             Row{{std::string("\xff\0{}", 4)}, 0, "", "not JSON"},
-             Row{{good + "x"}, 0, "", "not JSON"},
-             Row{{"[1]"}, 0, "", "not a JSON object"},
-             Row{{std::string(platform_protocol::kMaxFrameBytes + 1, ' ')}, 0, "", "longer than"},
-             Row{{R"({"command_id":1,"payload":)" + std::string(300'000, '[')}, 0, "", "deeper"},
-             Row{{"{}"}, 0, "", R"("command_id" is missing)"},
-             Row{{R"({"command_id":-1})"}, 0, "", R"("command_id" is not)"},
-             Row{{R"({"command_id":"1"})"}, 0, "", R"("command_id" is not)"},
+             Row{{good, good}, "several frames"},
+             Row{{"", good}, "several frames"},
+             Row{{""}, "not JSON"},
+             Row{{std::string("\xff\0{}", 4)}, "not JSON"},
+             Row{{good + "x"}, "not JSON"},
+             Row{{"[1]"}, "not a JSON object"},
+             Row{{std::string(platform_protocol::kMaxFrameBytes + 1, ' ')}, "longer than"},
+             Row{{R"({"command_id":1,"payload":)" + std::string(300'000, '[')}, "deeper"},
+             Row{{"{}"}, R"("command_id" is missing)"},
+             Row{{R"({"command_id":-1})"}, R"("command_id" is not)"},
+             Row{{R"({"command_id":"1"})"}, R"("command_id" is not)"},
              Row{{R"({"command_id":1,"payload":{"text":{}}})"},
+                 "cannot be decoded",
                  1,
-                 "command 1",
-                 "cannot be decoded"},
-             Row{{R"({"command_id":1,"payload":"text"})"}, 1, "command 1", "cannot be decoded"},
+                 "command 1"},
+             Row{{R"({"command_id":1,"payload":"text"})"}, "cannot be decoded", 1, "command 1"},
          }) {
         const Json::Value reply = parseJson(replyTo(row.frames));
         EXPECT_EQ(result, platform_protocol::kErrorMalformed);
