@@ -1,115 +1,42 @@
-"""What the services of a small device say."""
+"""What the services of a small device say: the device that docs/messages.md shows."""
+
+import json
+import re
+
+import protocol
+
+# Every example of the document, in its order.
+EXAMPLES = [
+    json.loads(text)
+    for text in re.findall(
+        r"^```json\n(.*?)^```",
+        (protocol.ROOT / "docs/messages.md").read_text(encoding="utf-8"),
+        re.DOTALL | re.MULTILINE,
+    )
+]
+
+
+def _payloads(name):
+    return [example["payload"] for example in EXAMPLES if example["command_name"] == name]
+
 
 DEVICE_ID = "5f2b7c1e-8d04-4a39-9c55-0e6a1b7d2f48"
 
-PTP_STATUS = {
-    "clock_id": "08-00-11-ff-fe-21-e1-b0",
-    "grandmaster_id": "08-00-11-ff-fe-00-00-01",
-    "locked": True,
-    "offset_ns": -37,
-    "mean_path_delay_ns": 1240,
-    "profile": {
-        "name": "SMPTE ST 2059-2",
-        "domain": 127,
-        "announce_interval": -2,
-        "sync_interval": -3,
-        "delay_req_interval": -3,
-    },
-    "cfgSetting1": 1,
-    "cfgSetting2": 2,
-    "cfgSetting3": 0,
-    "cfgFlag": True,
-    "ports": [
-        {"portNumber": 1, "state": "SLAVE", "portSetting1": 1, "portSetting2": 0, "portSetting3": 0}
-    ],
+SESSION_CONFIGURATION = _payloads("avmgr_new_session")[0]
+# A new session first, then its status.
+SESSION_STATUS = _payloads("status-session")[1]
+PTP_STATUS = _payloads("status-all")[0]["ptp"]
+DYNAMIC_INFORMATION = {
+    "eths": _payloads("status-all")[0]["eths"],
+    "uptime_s": 86400,
+    "temperature_c": 51.5,
 }
-
 PTP_CONFIGURATION = {
     "cfgSetting1": 1,
     "cfgSetting2": 2,
     "cfgSetting3": 3,
     "cfgFlag": 0,
     "ports": [{"portNumber": 1, "portSetting1": 4, "portSetting2": 5, "portSetting3": 6}],
-}
-
-DYNAMIC_INFORMATION = {
-    "eths": [
-        {
-            "name": "eth0",
-            "mac": "02:00:00:10:00:01",
-            "state": 1,
-            "ip": "192.0.2.20",
-            "speed_mbps": 25000,
-            "sfp": {
-                "present": True,
-                "vendor": "ACME",
-                "part_number": "SFP28-SR",
-                "serial": "A1B2C3",
-                "temperature_c": 41.5,
-                "tx_power_dbm": -2.25,
-                "rx_power_dbm": -3.1,
-            },
-        }
-    ],
-    "uptime_s": 86400,
-    "temperature_c": 51.5,
-}
-
-SESSION_CONFIGURATION = {
-    "id": 7,
-    "nmos_id": "b1d2a7f0-3c55-4e0e-8a1f-2f90c1d5e6a3",
-    "audio": [
-        {
-            "id": 71,
-            "class": "sender",
-            "state": "Enabled",
-            "type": "audio",
-            "redundant-type": "primary",
-            "codec": "L24",
-            "vlan": {"id": 100, "priority": 5, "tpid": 33024},
-            "source": 5004,
-            "destination": 5004,
-            "payload-type": 97,
-            "sscr": {"type": "manual", "value": 3735928559},
-            "local": "192.0.2.20",
-            "transport": "239.1.1.1",
-            "dscp": 34,
-            "ttl": 64,
-            "channels": [{"type": 11, "string": "auto"}, {"type": 11, "string": "right"}],
-        }
-    ],
-    "video": [
-        {
-            "id": 72,
-            "class": "receiver",
-            "state": "Paused",
-            "type": "video",
-            "redundant-type": "none",
-            "codec": "raw",
-            "sscr": 1234,
-            "transport": "239.1.1.2",
-            "timing-mode": "2059",
-            "initBufDelay": 5,
-            "minWrRdPtrThresh": 1,
-            "maxWrRdPtrThresh": 9,
-            "rtpPktsPerFrame": 4320,
-            "tributary": {"type": "MULTI-2SI", "index": 2},
-        }
-    ],
-}
-
-SESSION_STATUS = {
-    "id": 7,
-    "nmos_id": "b1d2a7f0-3c55-4e0e-8a1f-2f90c1d5e6a3",
-    "device_id": DEVICE_ID,
-    "alarms": [{"severity": "major", "description": "Secondary path lost", "type": 12}],
-    "stream": [
-        {
-            "id": 71,
-            "alarms": [{"severity": "warning", "description": "Late packets", "type": 3}],
-        },
-        {"id": 72},
-    ],
 }
 
 # Every number at the end of its range, and a text beyond ASCII.
