@@ -154,19 +154,14 @@ TEST_F(HandlerTest, OverrideOfADerivedHandlerGetsTheNewSessionsStatus) {
     class Derived : public WebNotifierHandler {
     public:
         int avmgrNotifyUpdateSessionStatusEvent(SessionStatusData& status) override {
-            if (known.empty()) {
-                known = status.deviceId = "dev";
-                return WebNotifierHandler::avmgrNotifyUpdateSessionStatusEvent(status);
-            }
             seen = textOf(status);
             return -7;
         }
-        std::string known;
         std::string seen;
     };
     Derived derived;
-    SessionStatusData seed;
-    ASSERT_EQ(derived.avmgrNotifyUpdateSessionStatusEvent(seed), 0);
+    auto seed = recordFrom<SessionStatusData>(R"({"device_id":"dev"})");
+    ASSERT_EQ(derived.WebNotifierHandler::avmgrNotifyUpdateSessionStatusEvent(seed), 0);
     log.lines();
     auto config = recordFrom<SessionConfigData>(R"({"id":5,"nmos_id":"n"})");
     EXPECT_EQ(derived.avmgrNotifyNewSessionEvent(config), -7);

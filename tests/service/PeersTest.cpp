@@ -97,15 +97,4 @@ TEST_F(PeersTest, NonsenseFromTheNmosNodeIsRefusedAndTheNextAnswerTaken) {
     EXPECT_EQ(document()["device_id"], "at last");
 }
 
-TEST_F(PeersTest, SilentNmosNodeHasOneSecond) {
-    startAll();
-    node->staySilent();
-    const auto start = std::chrono::steady_clock::now();
-    session->send(kStatus, R"({"id":1})");
-    ASSERT_TRUE(service->waitForError("no answer in time"));
-    const auto took = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(took, std::chrono::milliseconds(platform_protocol::kNmosAnswerTimeoutMs));
-    EXPECT_LT(took, std::chrono::milliseconds(3 * platform_protocol::kNmosAnswerTimeoutMs));
-}
-
 } // namespace

@@ -41,6 +41,8 @@ TEST_F(StopTest, HangUpIsIgnoredWhenTheStarterWantsThat) {
                                              builtProgram("kaikla")});
     list();
     service->signal(SIGHUP);
+    // A request that comes together with a stop still has its reply; the next one has none.
+    list();
     list();
     EXPECT_EQ(stop(SIGTERM), 0);
 }

@@ -13,11 +13,10 @@ inline std::string textOf(const IJsonSerializable& record) {
     return toCompactJson(json);
 }
 
-/// A record read from JSON text.
+/// `record` after it has read JSON text.
 template <typename Record>
-Record recordFrom(const std::string& text) {
+Record recordFrom(const std::string& text, Record record = {}) {
     Json::Value json = parseJson(text);
-    Record record;
     record.Deserialize(json);
     return record;
 }

@@ -9,7 +9,8 @@
 /// A directory of a test's own, which goes with the object.
 class TemporaryDirectory {
 public:
-    TemporaryDirectory() : directory(std::filesystem::temp_directory_path() / "kaikla-test-XXXXXX") {
+    TemporaryDirectory()
+        : directory(std::filesystem::temp_directory_path() / "kaikla-test-XXXXXX") {
         if (::mkdtemp(directory.data()) == nullptr) {
             throw std::system_error(errno, std::generic_category(), directory);
         }

@@ -1,5 +1,6 @@
 #include "tests/support/ServiceTest.hpp"
 #include "tests/support/TcpPort.hpp"
+#include "tests/support/TemporaryDirectory.hpp"
 
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -22,18 +23,9 @@ class Demo : public ServiceTest {
 public:
     Demo() {
         ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-        std::string path = testing::TempDir() + "demo-test-XXXXXX";
-        directory = ::mkdtemp(path.data());
-        ::setenv("TMPDIR", directory.c_str(), 1);
+        ::setenv("TMPDIR", directory.path().c_str(), 1);
     }
-    ~Demo() override {
-        ::unsetenv("TMPDIR");
-        std::filesystem::remove_all(directory);
-    }
-    Demo(const Demo&) = delete;
-    Demo& operator=(const Demo&) = delete;
-    Demo(Demo&&) = delete;
-    Demo& operator=(Demo&&) = delete;
+    void TearDown() override { ::unsetenv("TMPDIR"); }
 
 protected:
     static std::vector<std::string> command() { return {"/usr/bin/setsid", DEMO, KAIKLA_BIN_DIR}; }
@@ -42,22 +34,20 @@ protected:
     void expectNothingLeft() {
         const pid_t left = ::waitpid(-1, nullptr, WNOHANG);
         EXPECT_TRUE(left == -1 && errno == ECHILD) << "a process is left";
-        EXPECT_TRUE(std::filesystem::is_empty(directory)) << "a file is left";
+        EXPECT_TRUE(std::filesystem::is_empty(directory.path())) << "a file is left";
     }
 
     /// The demo refuses to start with one sentence that begins with `sentence`.
     static void expectRefusal(const std::string& sentence) {
-        ChildProcess demo(command());
-        const auto status = demo.waitForExit();
-        EXPECT_TRUE(status && *status != 0);
-        EXPECT_TRUE(demo.waitForError("\n"));
-        EXPECT_THAT(demo.error(), StartsWith(sentence));
-        EXPECT_EQ(countOf(demo.error(), "\n"), 1) << demo.error();
-        EXPECT_EQ(demo.output(), "");
+        const Outcome demo = run(command());
+        EXPECT_NE(demo.status.value_or(0), 0);
+        EXPECT_THAT(demo.error, StartsWith(sentence));
+        EXPECT_EQ(countOf(demo.error, "\n"), 1) << demo.error;
+        EXPECT_EQ(demo.output, "");
     }
 
 private:
-    std::string directory;
+    TemporaryDirectory directory;
 };
 
 TEST_F(Demo, playsTheDayAndLeavesNothingBehind) {

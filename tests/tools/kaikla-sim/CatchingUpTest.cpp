@@ -1,4 +1,3 @@
-#include "platform/PlatformProtocol.hpp"
 #include "tests/tools/kaikla-sim/SimFixture.hpp"
 
 #include <gmock/gmock.h>
@@ -84,22 +83,6 @@ TEST_F(CatchingUpTest, GivesAServiceThatWasThereFirstTheWholeDevice) {
     const Json::Value restarted =
         waitForDocument([](const Json::Value& seen) { return seen["eths"].size() == 2; });
     EXPECT_EQ(restarted["sessions"].size(), 3U);
-}
-
-TEST_F(CatchingUpTest, LeavesTheServiceAsItIsWhenOthersSubscribe) {
-    startSim(kDevice, asTheDevice);
-    startService();
-    expectWhole(waitForDocument(isWhole));
-    for (const unsigned kind : {unsigned{AvmgrPublisher::avmgr_new_session},
-                                unsigned{AvmgrPublisher::avmgr_session_status}}) {
-        const int before = countOf(service->error(), "avmgrNotifyNewSessionEvent");
-        zmq::socket_t other(context, zmq::socket_type::sub);
-        other.connect(platform_protocol::kSessionManagerEndpoint);
-        other.set(zmq::sockopt::subscribe, std::to_string(kind));
-        // The service receives the repetition too, and is none the worse for it.
-        ASSERT_TRUE(service->waitForError("avmgrNotifyNewSessionEvent", before + 3));
-        expectWhole(waitForDocument(isWhole));
-    }
 }
 
 } // namespace
