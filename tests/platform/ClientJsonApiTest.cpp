@@ -119,7 +119,7 @@ TEST_F(ClientJsonApiTest, AnswerOfSeveralFramesIsRefused) {
     service.set(zmq::sockopt::linger, 0);
     service.bind(endpoint);
     std::thread answering([&service] {
-        for (const std::size_t frames : {2, 1}) {
+        for (const std::size_t frames : {2U, 1U}) {
             zmq::message_t request;
             (void)service.recv(request);
             sendAll(service, std::vector<std::string>(frames, "{}"));

@@ -113,10 +113,10 @@ TEST(Scenario, KeepsEveryNotificationOfEveryKindInOrder) {
     std::string text = "# all kinds\r\n\r\n  # and layouts of empty lines\n" +
                        line("session", 1000, R"({"id": 7, "unknown": [1]})", "0") + "\r\n" +
                        line("session", 1001, R"({"id": 18446744073709551615})", "0") + "\n";
-    for (const unsigned kind : {1002, 1003, 1004, 1005, 1006}) {
+    for (const unsigned kind : {1002U, 1003U, 1004U, 1005U, 1006U}) {
         text += line("session", kind, R"({"id": 1})", "10") + "\n";
     }
-    for (const unsigned kind : {1000, 1001, 1002, 1003}) {
+    for (const unsigned kind : {1000U, 1001U, 1002U, 1003U}) {
         text += line("system", kind, "{}", "10") + "\n";
     }
     text += line("ptp", 1000, "{}") + "\n" + line("ptp", 1001, "{}", "31536000000");
