@@ -81,13 +81,13 @@ TEST_F(LoggerTest, FlagWordChoosesLevelAndDestinations) {
 TEST_F(LoggerTest, TextNeverBreaksALine) {
     const std::string line = standardErrorOf([] {
         Logger::createLogger(Logger::kToStandardError | Logger::LOG_LEVEL_ERR, "", "kaikla");
-        Logger::log(Logger::LOG_LEVEL_ERR, "%s", "a\nb\r\tc\x1b[31m\x7f \xc3\xa9 \\n");
+        Logger::log(Logger::LOG_LEVEL_ERR, "%s", "a\nb\r\tc\x1b[31m\x7f \xc3\xa9 \\n \xc2\x85\xc2\xa9\xc2");
         Logger::log(Logger::LOG_LEVEL_ERR, "%s", std::string(100'000, '\n').c_str());
         Logger::log(Logger::LOG_LEVEL_ERR, "%s", std::string(100'000, 'x').c_str());
     });
     const auto lines = logLines(line);
     ASSERT_EQ(lines.size(), 3U);
-    EXPECT_EQ(lines[0], "ERR a\\nb\\r\\tc\\x1b[31m\\x7f \xc3\xa9 \\n");
+    EXPECT_EQ(lines[0], "ERR a\\nb\\r\\tc\\x1b[31m\\x7f \xc3\xa9 \\n \\xc2\\x85\xc2\xa9\xc2");
     EXPECT_THAT(lines[1], testing::MatchesRegex("ERR (\\\\n)+"));
     EXPECT_THAT(lines[2], testing::MatchesRegex("ERR x+"));
 }
