@@ -61,10 +61,13 @@ fuzz: setup-fuzz ## Fuzz whatever reads what comes from outside, FUZZ_SECONDS fo
 setup-fuzz:
 	@packaging/install-dependencies build test torture
 
-bench: setup-bench ## Measure the service beside the least that its libraries can do
+# Where the figures go; those in docs/ are from a machine that did nothing else.
+BENCH_OUT ?= build-bench
+bench: setup-bench ## Measure the service beside the least that its libraries can do, into BENCH_OUT
 	@cmake --preset bench
 	@cmake --build --preset bench -j $(JOBS)
-	@bench/run
+	@bench/run --out $(BENCH_OUT)
+	@bench/cost --quick --out $(BENCH_OUT)
 
 setup-bench:
 	@packaging/install-dependencies build bench
