@@ -47,7 +47,7 @@ Json::Value messageOf(const benchmark::State& state) {
     message.commandName = "status-session";
     sessionOf(state).Serialize(message.payload);
     Json::Value json;
-    message.moveInto(json);
+    message.Serialize(json);
     return json;
 }
 

@@ -2,13 +2,11 @@
 #include "platform/api/ResultCode.hpp"
 #include "publisher/WebNotifierPublisher.hpp"
 
-#include <utility>
-
 WebNotifierPublisher::~WebNotifierPublisher() {
     Logger::log(Logger::LOG_LEVEL_INF, "Destroying %ld active connections",
                 static_cast<long>(remotes.size()));
     for (auto& remote : remotes) {
-        remote.second.socket.reset();
+        remote.second.reset();
     }
     remotes.clear();
 }
@@ -23,9 +21,7 @@ int WebNotifierPublisher::addRemote(zmq::context_t& context, std::string& addres
         return 0;
     }
     try {
-        auto socket = std::make_unique<zmq::socket_t>(context, ZMQ_PUSH);
-        socket->connect(address);
-        remotes.emplace_hint(place, address, Remote{std::move(socket)});
+        remotes.emplace_hint(place, address, std::make_unique<RemoteConsumer>(context, address));
     } catch (const zmq::error_t& error) {
         Logger::log(Logger::LOG_LEVEL_ERR,
                     "WebnotifierPublisher: Error  Connecting socket on addr %s. Error [%d]::%s",

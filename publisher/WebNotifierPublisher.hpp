@@ -2,10 +2,10 @@
 
 #include "platform/records/IpcMsg.hpp"
 #include "publisher/FrameEncoder.hpp"
+#include "publisher/RemoteConsumer.hpp"
 
 #include <zmq.hpp>
 
-#include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
@@ -40,22 +40,13 @@ public:
 
     /// Sends `message` as one frame of compact JSON to the consumer registered as `target`, or to
     /// every consumer, in the order of their addresses, when `target` is empty. Waits while a
-    /// consumer's queue is full; the log says so before. A failed send is logged and skipped. The
-    /// payload is moved out of the message. Returns 0.
+    /// consumer's queue is full; the log says so. A failed send is logged and skipped. The message
+    /// is not const because its payload is on loan meanwhile. Returns 0.
     int publishMessage(IpcMsg& message, std::string target);
 
     bool hasRemotes() const { return !remotes.empty(); }
 
 private:
-    /// The connection to one consumer.
-    struct Remote {
-        std::unique_ptr<zmq::socket_t> socket;
-        /// Messages taken since it was begun.
-        std::int64_t taken = 0;
-    };
-
-    static void send(const std::string& address, Remote& remote, zmq::message_t& frame);
-
-    std::map<std::string, Remote> remotes;
+    std::map<std::string, std::unique_ptr<RemoteConsumer>> remotes;
     FrameEncoder encoder;
 };

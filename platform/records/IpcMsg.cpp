@@ -16,10 +16,14 @@ void IpcMsg::Serialize(Json::Value& out) const {
     out[kPayload] = payload;
 }
 
-void IpcMsg::moveInto(Json::Value& out) {
+void IpcMsg::lendTo(Json::Value& out) {
     out[kCommandId] = commandId;
     out[kCommandName] = commandName;
-    out[kPayload] = std::exchange(payload, Json::Value());
+    out[kPayload].swap(payload);
+}
+
+void IpcMsg::takeBack(Json::Value& out) {
+    out[kPayload].swap(payload);
 }
 
 void IpcMsg::Deserialize(Json::Value& in) {

@@ -5,7 +5,7 @@
 #include "platform/records/IpcMsg.hpp"
 #include "platform/records/JsonMember.hpp"
 #include "platform/records/JsonText.hpp"
-#include "platform/zmq/ConnectionAttempt.hpp"
+#include "platform/sockets/ConnectionAttempt.hpp"
 #include "platform/zmq/WholeMessage.hpp"
 
 #include <chrono>
@@ -57,7 +57,8 @@ struct ClientJsonApi::State {
         }
         socket->connect(endpoint);
         if (attempt) {
-            return attempt->succeedsWithin(kConnectLimit) && isConnected();
+            return attempt->outcomeWithin(kConnectLimit) == ConnectionAttempt::Outcome::connected &&
+                   isConnected();
         }
         zmq_pollitem_t item{socket->handle(), -1, ZMQ_POLLOUT, 0};
         return zmq_poll(&item, 1, static_cast<long>(kConnectLimit.count())) > 0;

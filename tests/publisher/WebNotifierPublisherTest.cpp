@@ -148,6 +148,7 @@ TEST_F(PublisherTest, MessageOfAnyLengthArrivesWholeAndTheNextOneIsAFrameOfItsOw
     constexpr std::size_t kLength = 5'000'000;
     longMessage.payload = std::string(kLength, 'x');
     EXPECT_EQ(publisher->publishMessage(longMessage, ""), 0);
+    EXPECT_EQ(longMessage.payload.asString().size(), kLength);
     EXPECT_EQ(publish(""), 0);
     const zmq::message_t first = next(consumer);
     EXPECT_EQ(first.to_string(), R"({"command_id":0,"command_name":"","payload":")" +

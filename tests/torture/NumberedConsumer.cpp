@@ -24,6 +24,17 @@ std::int64_t numberIn(std::string_view message) {
 
 } // namespace
 
+void bindPatiently(zmq::socket_t& socket, const std::string& endpoint) {
+    for (const auto end = Clock::now() + std::chrono::seconds(2);;) {
+        try {
+            socket.bind(endpoint);
+            return;
+        } catch (const zmq::error_t&) {
+            require(Clock::now() < end, "a consumer's port can be bound again");
+        }
+    }
+}
+
 NumberedConsumer::NumberedConsumer(zmq::context_t& context) : zmqContext(&context) {
     comeBack();
     gapAllowed = false;
@@ -37,15 +48,7 @@ void NumberedConsumer::comeBack() {
         socket->set(zmq::sockopt::rcvhwm, 1);
         socket->set(zmq::sockopt::rcvbuf, kBytes);
     }
-    // The port may still be held by the socket that went away, for a moment.
-    for (const auto end = Clock::now() + std::chrono::seconds(2);;) {
-        try {
-            socket->bind(endpoint);
-            break;
-        } catch (const zmq::error_t&) {
-            require(Clock::now() < end, "a consumer's port can be bound again");
-        }
-    }
+    bindPatiently(*socket, endpoint);
     endpoint = socket->get(zmq::sockopt::last_endpoint);
     gapAllowed = true;
 }

@@ -6,6 +6,9 @@
 #include <optional>
 #include <string>
 
+/// Binds a port that the socket that went away may still hold for a moment.
+void bindPatiently(zmq::socket_t& socket, const std::string& endpoint);
+
 /// A consumer of numbered session messages (the number stands in the NMOS id, before anything else)
 /// that can stop reading, go away and come back under the same address.
 class NumberedConsumer {

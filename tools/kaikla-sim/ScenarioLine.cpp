@@ -113,7 +113,7 @@ std::string encodeNotification(const Kind& kind, Json::Value payload) {
     message.commandName = kind.name;
     message.payload = std::move(payload);
     Json::Value json;
-    message.moveInto(json);
+    message.Serialize(json);
     std::string text = toCompactJson(json);
     if (text.size() > platform_protocol::kMaxFrameBytes) {
         throw ScenarioMistake("the notification would be " + std::to_string(text.size()) +

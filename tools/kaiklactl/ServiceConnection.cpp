@@ -67,7 +67,7 @@ void ServiceConnection::send(WebNotifierCommand::webnotifier_command_id_t comman
     WebNotifierCommand::getCommandNameStr(command, request.commandName);
     request.payload = payload;
     Json::Value json;
-    request.moveInto(json);
+    request.Serialize(json);
     // The empty frame is what a REP socket expects in front of a request.
     (void)socket.send(zmq::message_t(), zmq::send_flags::sndmore | zmq::send_flags::dontwait);
     (void)socket.send(zmq::buffer(toCompactJson(json)), zmq::send_flags::dontwait);

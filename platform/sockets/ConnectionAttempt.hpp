@@ -17,9 +17,20 @@ public:
     ConnectionAttempt(ConnectionAttempt&&) = delete;
     ConnectionAttempt& operator=(ConnectionAttempt&&) = delete;
 
-    /// True when a connection stands, false when it was refused or `limit` has passed. On loopback
-    /// either takes well under a millisecond.
-    bool succeedsWithin(std::chrono::milliseconds limit);
+    enum class Outcome {
+        /// A connection stands.
+        connected,
+        /// Nobody listens.
+        refused,
+        /// Something answered, and the two did not get on: it is a socket of a type that does not
+        /// go
+        /// together with this one, or no ZeroMQ at all, or it was about to end.
+        hungUp,
+        /// `limit` has passed.
+        open,
+    };
+    /// Waits for the next outcome. On loopback that takes well under a millisecond.
+    Outcome outcomeWithin(std::chrono::milliseconds limit);
 
 private:
     zmq::socket_t& socket;
