@@ -1,11 +1,14 @@
 #include "platform/zmq/RotatingFile.hpp"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 RotatingFile::~RotatingFile() {
@@ -14,29 +17,45 @@ RotatingFile::~RotatingFile() {
 
 int RotatingFile::open(std::string fileName) {
     name = std::move(fileName);
+    path = name;
     return reopen();
 }
 
 int RotatingFile::reopen() {
     close();
     constexpr mode_t kReadableByAll = 0644;
+    // Non-blocking for FIFOs and devices alone: neither a missing reader nor one that has stalled
+    // may hold up whoever logs.
     descriptor =
-        ::open(name.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, kReadableByAll);
+        ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
+               kReadableByAll);
     if (descriptor < 0) {
         return errno;
     }
     struct stat status {};
-    bytes = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)
-                ? static_cast<std::size_t>(status.st_size)
-                : 0;
+    if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+        std::error_code unresolved;
+        const auto resolved = std::filesystem::canonical(path, unresolved);
+        if (!unresolved) {
+            path = resolved;
+            bytes = static_cast<std::size_t>(status.st_size);
+            bounded = true;
+        }
+    }
     return 0;
 }
 
 int RotatingFile::rotate() {
     close();
+    // Something else may have been put there meanwhile.
+    std::error_code unknown;
+    if (std::filesystem::symlink_status(path, unknown).type() !=
+        std::filesystem::file_type::regular) {
+        return reopen();
+    }
     for (int age = kOldFiles; age > 0; --age) {
-        const std::string younger = age > 1 ? name + "." + std::to_string(age - 1) : name;
-        const std::string older = name + "." + std::to_string(age);
+        const std::string younger = age > 1 ? path + "." + std::to_string(age - 1) : path;
+        const std::string older = path + "." + std::to_string(age);
         if (::rename(younger.c_str(), older.c_str()) != 0 && errno != ENOENT) {
             // Without room for an old file the lines go on where they are.
             return reopen();
@@ -46,12 +65,21 @@ int RotatingFile::rotate() {
     return reopen();
 }
 
+bool RotatingFile::waitForRoom() {
+    if (std::exchange(full, true)) {
+        return false;
+    }
+    pollfd item{descriptor, POLLOUT, 0};
+    return ::poll(&item, 1, kRoomTimeoutMs) == 1;
+}
+
 void RotatingFile::close() {
     if (descriptor >= 0) {
         ::close(descriptor);
         descriptor = -1;
     }
     bytes = 0;
+    bounded = false;
 }
 
 int RotatingFile::append(std::string_view lines) {
@@ -60,7 +88,7 @@ int RotatingFile::append(std::string_view lines) {
             return error;
         }
     }
-    if (bytes > 0 && bytes + lines.size() > kMaxBytes) {
+    if (bounded && bytes > 0 && bytes + lines.size() > kMaxBytes) {
         if (const int error = rotate(); error != 0) {
             return error;
         }
@@ -72,11 +100,13 @@ int RotatingFile::append(std::string_view lines) {
     while (!lines.empty()) {
         const ssize_t written = ::write(descriptor, lines.data(), lines.size());
         if (written < 0) {
-            if (errno == EINTR) {
+            const int error = errno;
+            if (error == EINTR || (error == EAGAIN && waitForRoom())) {
                 continue;
             }
-            return errno;
+            return error;
         }
+        full = false;
         const auto count = static_cast<std::size_t>(written);
         torn = count > 0 && lines[count - 1] != '\n';
         bytes += count;

@@ -5,11 +5,17 @@
 #include <string_view>
 
 /// A log file that is appended to and bounded in size: FILE is renamed to FILE.1, FILE.1 to FILE.2
-/// and so on before it grows beyond the limit, and what was FILE.3 goes. Not copied, one thread.
+/// and so on before it grows beyond the limit, and what was FILE.3 goes. Where FILE is a symbolic
+/// link to a file, it is the link's target that is bounded and renamed, and the link stays. What is
+/// no regular file (a device, a FIFO) is written to without a bound and never renamed; a FIFO needs
+/// a reader to be opened. Not copied, one thread.
 class RotatingFile {
 public:
     static constexpr std::size_t kMaxBytes = std::size_t{4} * 1024 * 1024;
     static constexpr int kOldFiles = 3;
+    /// How long a FIFO or a device that is full is waited for. Until it takes something again, it
+    /// is not waited for once more.
+    static constexpr int kRoomTimeoutMs = 100;
 
     RotatingFile() = default;
     ~RotatingFile();
@@ -18,7 +24,8 @@ public:
     RotatingFile(RotatingFile&&) = delete;
     RotatingFile& operator=(RotatingFile&&) = delete;
 
-    /// Opens the file for appending, creating it if missing. Returns 0 or an errno value.
+    /// Opens the file for appending, creating it if missing. Returns 0 or an errno value; ENXIO for
+    /// a FIFO that nobody reads.
     int open(std::string fileName);
 
     /// Appends whole lines. Returns 0 or an errno value; lines that could not be written are lost,
@@ -32,11 +39,18 @@ public:
 private:
     int reopen();
     int rotate();
+    bool waitForRoom();
     void close();
 
     std::string name;
+    /// Where the file is, once it has been opened: `name` without symbolic links.
+    std::string path;
     int descriptor = -1;
     std::size_t bytes = 0;
+    /// It is a regular file.
+    bool bounded = false;
     /// The last write ended inside a line.
     bool torn = false;
+    /// It was full, and has taken nothing since.
+    bool full = false;
 };

@@ -8,12 +8,18 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <regex>
+#include <thread>
 
 namespace {
 
@@ -81,7 +87,8 @@ TEST_F(LoggerTest, FlagWordChoosesLevelAndDestinations) {
 TEST_F(LoggerTest, TextNeverBreaksALine) {
     const std::string line = standardErrorOf([] {
         Logger::createLogger(Logger::kToStandardError | Logger::LOG_LEVEL_ERR, "", "kaikla");
-        Logger::log(Logger::LOG_LEVEL_ERR, "%s", "a\nb\r\tc\x1b[31m\x7f \xc3\xa9 \\n \xc2\x85\xc2\xa9\xc2");
+        Logger::log(Logger::LOG_LEVEL_ERR, "%s",
+                    "a\nb\r\tc\x1b[31m\x7f \xc3\xa9 \\n \xc2\x85\xc2\xa9\xc2");
         Logger::log(Logger::LOG_LEVEL_ERR, "%s", std::string(100'000, '\n').c_str());
         Logger::log(Logger::LOG_LEVEL_ERR, "%s", std::string(100'000, 'x').c_str());
     });
@@ -180,6 +187,91 @@ TEST_F(LoggerTest, FileIsRotatedAndThreeOldOnesAreKept) {
     ASSERT_EQ(again.open(file), 0);
     ASSERT_EQ(again.append("line\n"), 0);
     EXPECT_EQ(fileText(file), "line\n");
+}
+
+/// Three times what a file may hold.
+void appendMuch(RotatingFile& rotating) {
+    const std::string line = std::string(RotatingFile::kMaxBytes / 2 - 1, 'x') + "\n";
+    for (int i = 0; i < 6; ++i) {
+        ASSERT_EQ(rotating.append(line), 0);
+    }
+}
+
+TEST_F(LoggerTest, LinkIsKeptAndTheFileBehindItIsRotated) {
+    const std::string link = directory.file("link");
+    std::filesystem::create_symlink("x.log", link);
+    RotatingFile rotating;
+    ASSERT_EQ(rotating.open(link), 0);
+    appendMuch(rotating);
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_FALSE(std::filesystem::exists(link + ".1"));
+    EXPECT_EQ(std::filesystem::file_size(file), RotatingFile::kMaxBytes);
+    EXPECT_EQ(std::filesystem::file_size(file + ".2"), RotatingFile::kMaxBytes);
+    EXPECT_EQ(rotating.fileName(), link);
+}
+
+TEST_F(LoggerTest, WhatIsNoFileStaysInItsPlace) {
+    // A link to the device: renaming the device itself away would break the host.
+    std::filesystem::create_symlink("/dev/null", file);
+    RotatingFile device;
+    ASSERT_EQ(device.open(file), 0);
+    appendMuch(device);
+    EXPECT_EQ(std::filesystem::read_symlink(file), "/dev/null");
+    EXPECT_FALSE(std::filesystem::exists(file + ".1"));
+
+    // What takes the place of a file later is no more renamed than what was there before.
+    const std::string replaced = directory.file("replaced");
+    RotatingFile rotating;
+    ASSERT_EQ(rotating.open(replaced), 0);
+    appendMuch(rotating);
+    std::filesystem::remove(replaced);
+    std::filesystem::create_symlink("/dev/null", replaced);
+    appendMuch(rotating);
+    EXPECT_TRUE(std::filesystem::is_symlink(replaced));
+}
+
+TEST_F(LoggerTest, FifoIsNeverWaitedForForGood) {
+    std::signal(SIGPIPE, SIG_IGN);
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    RotatingFile fifo;
+    EXPECT_EQ(fifo.open(file), ENXIO);
+    const int reader = ::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_EQ(fifo.open(file), 0);
+    // Much more than a pipe holds: the rest is lost, and what follows is not waited for again.
+    const std::string lines(RotatingFile::kMaxBytes, 'x');
+    EXPECT_EQ(fifo.append(lines), EAGAIN);
+    const auto begin = std::chrono::steady_clock::now();
+    constexpr int kCalls = 100;
+    for (int i = 0; i < kCalls; ++i) {
+        EXPECT_EQ(fifo.append("lost\n"), EAGAIN);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin,
+              std::chrono::milliseconds(kCalls * RotatingFile::kRoomTimeoutMs / 2));
+
+    std::array<char, 4096> taken{};
+    const auto drain = [&] {
+        std::string text;
+        for (ssize_t n = 0; (n = ::read(reader, taken.data(), taken.size())) > 0;) {
+            text.append(taken.data(), static_cast<std::size_t>(n));
+        }
+        return text;
+    };
+    (void)drain();
+    EXPECT_EQ(fifo.append("next\n"), 0);
+    EXPECT_EQ(drain(), "\nnext\n");
+    // A reader that comes to take it gets everything.
+    std::thread slow([&] {
+        std::size_t left = lines.size();
+        pollfd item{reader, POLLIN, 0};
+        while (left > 0 && ::poll(&item, 1, 10'000) == 1) {
+            left -= drain().size();
+        }
+    });
+    EXPECT_EQ(fifo.append(lines), 0);
+    slow.join();
+    ::close(reader);
+    EXPECT_EQ(fifo.append("nobody\n"), EPIPE);
+    EXPECT_TRUE(std::filesystem::is_fifo(file));
 }
 
 TEST_F(LoggerTest, LineTornByAFullDiskDoesNotRunIntoTheNextOne) {
