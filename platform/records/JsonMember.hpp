@@ -32,15 +32,34 @@ inline double real(const Json::Value& object, JsonKey key) {
     return value != nullptr ? value->asDouble() : 0.0;
 }
 
+/// Raises Json::LogicError for a number that was read as a double and is `limit` or more: the
+/// library compares with the greatest 64-bit integer as a double, which is one above it, and so
+/// lets 18446744073709551616 through as 0.
+inline void refuseReal(const Json::Value& value, double limit) {
+    if (value.type() == Json::realValue && value.asDouble() >= limit) {
+        Json::throwLogicError("double out of 64-bit range");
+    }
+}
+
 /// Ids and other unsigned 64-bit numbers; a negative number is refused.
 inline std::uint64_t unsigned64(const Json::Value& object, JsonKey key) {
     const Json::Value* value = find(object, key);
-    return value != nullptr ? value->asUInt64() : 0;
+    if (value == nullptr) {
+        return 0;
+    }
+    constexpr double kLimit = 0x1p64;
+    refuseReal(*value, kLimit);
+    return value->asUInt64();
 }
 
 inline std::int64_t signed64(const Json::Value& object, JsonKey key) {
     const Json::Value* value = find(object, key);
-    return value != nullptr ? value->asInt64() : 0;
+    if (value == nullptr) {
+        return 0;
+    }
+    constexpr double kLimit = 0x1p63;
+    refuseReal(*value, kLimit);
+    return value->asInt64();
 }
 
 /// The library's signed 32-bit conversion: a number outside 32 bits is refused.
@@ -55,7 +74,7 @@ inline unsigned unsigned32(const Json::Value& object, JsonKey key, unsigned abse
     return value != nullptr ? value->asUInt() : absent;
 }
 
-/// Any integer of up to 64 bits, cut down to the width of `T`.
+/// Any number that fits one of the two 64-bit types, cut down to the width of `T`.
 template <std::integral T>
 T truncated(const Json::Value& object, JsonKey key) {
     static_assert(sizeof(T) < sizeof(std::int64_t));

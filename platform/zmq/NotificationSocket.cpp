@@ -115,15 +115,22 @@ void NotificationSocket::handle(bool twoFrames, const Dispatch& dispatch) {
         } else if (!dispatch(*kind, message.payload)) {
             drop("there is no such kind");
         }
-    } catch (const std::exception& error) {
+    } catch (const Json::Exception& error) {
         drop(error.what());
+    } catch (const std::exception& error) {
+        // The receiver may have taken in a part of it.
+        report("not carried through: ", error.what());
     }
 }
 
 void NotificationSocket::drop(const std::string& reason) {
+    report("dropped: ", reason.c_str());
+}
+
+void NotificationSocket::report(const char* outcome, const char* reason) {
     // A topic of any length and content may come in; a line needs no more than its beginning.
     constexpr std::size_t kShown = 32;
     const std::string kind(kindFrame.to_string_view().substr(0, kShown));
-    Logger::log(Logger::LOG_LEVEL_ERR, "%s: notification %s dropped: %s", service, kind.c_str(),
-                reason.c_str());
+    Logger::log(Logger::LOG_LEVEL_ERR, "%s: notification %s %s%s", service, kind.c_str(), outcome,
+                reason);
 }

@@ -18,7 +18,8 @@
 class NotificationSocket {
 public:
     /// Decodes the payload of one kind and calls its callback. Raises Json::Exception when the
-    /// payload cannot be decoded; returns false for a kind that the service does not have.
+    /// payload cannot be decoded, anything else when the callback fails; returns false for a kind
+    /// that the service does not have.
     using Dispatch = std::function<bool(unsigned kind, Json::Value& payload)>;
 
     /// `serviceName` is what log lines call the service that binds `endpointToUse`.
@@ -35,13 +36,16 @@ public:
 
     /// Receives the notifications that are there, up to a bound, and dispatches them in order. One
     /// that cannot be decoded is dropped with one line at level 2 that names the service, the kind
-    /// and the reason. Never waits, never throws on account of a notification.
+    /// and the reason; one whose callback fails is reported likewise as not carried through, since
+    /// something of it may have been taken in. Never waits, never throws on account of a
+    /// notification.
     void receive(const Dispatch& dispatch);
 
 private:
     bool receiveOne(const Dispatch& dispatch);
     void handle(bool twoFrames, const Dispatch& dispatch);
     void drop(const std::string& reason);
+    void report(const char* outcome, const char* reason);
 
     const char* service;
     const char* endpoint;

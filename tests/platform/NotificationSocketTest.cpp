@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <new>
+
 namespace {
 
 using testing::ElementsAre;
@@ -91,6 +93,14 @@ TEST_F(NotificationSocketTest, EachBadNotificationIsDroppedWithOneLineThatSaysWh
     receive();
     EXPECT_THAT(ids, ElementsAre(1));
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(NotificationSocketTest, FailureOfTheReceiverIsToldFromAMessageThatIsDropped) {
+    service.send(kKnown, "{}");
+    ASSERT_EQ(zmq_poll(pollFds.getPollList(), 1, 10'000), 1);
+    socket.receive([](unsigned, Json::Value&) -> bool { throw std::bad_alloc(); });
+    EXPECT_THAT(log.lines(), ElementsAre("ERR some service: notification 1000 not carried through: "
+                                         "std::bad_alloc"));
 }
 
 TEST_F(NotificationSocketTest, FloodIsReadInOrderAndInTurns) {

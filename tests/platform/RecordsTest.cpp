@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <limits>
+
 namespace {
 
 TEST(Records, NumbersAreTruncatedToTheirWidth) {
@@ -58,15 +61,28 @@ TEST(Records, MissingKeysTakeTheEmptyOrZeroValueAlsoOverAFullRecord) {
 }
 
 TEST(Records, UnconvertibleValuesAreRefused) {
-    for (const char* text : {R"({"ports":[7]})", R"({"profile":"p"})", R"({"offset_ns":"1"})",
-                             R"({"offset_ns":9223372036854775808})", R"({"cfgSetting1":"1"})",
-                             R"({"cfgSetting1":1e30})", R"({"locked":"yes"})"}) {
+    for (const char* text :
+         {R"({"ports":[7]})", R"({"profile":"p"})", R"({"offset_ns":"1"})",
+          R"({"offset_ns":9223372036854775808})", R"({"cfgSetting1":"1"})",
+          R"({"offset_ns":9223372036854775808.0})", R"({"cfgSetting1":18446744073709551616})",
+          R"({"cfgSetting1":1e30})", R"({"locked":"yes"})"}) {
         EXPECT_THROW(recordFrom<PtpCommonInfo>(text), Json::Exception) << text;
     }
-    for (const char* text : {R"({"eths":[{"sfp":1}]})", R"({"eths":[{"sfp":{"present":{}}}]})",
-                             R"({"uptime_s":-1})", R"({"temperature_c":"hot"})"}) {
+    for (const char* text :
+         {R"({"eths":[{"sfp":1}]})", R"({"eths":[{"sfp":{"present":{}}}]})", R"({"uptime_s":-1})",
+          R"({"uptime_s":18446744073709551616})", R"({"temperature_c":"hot"})"}) {
         EXPECT_THROW(recordFrom<SysParametersDynamic>(text), Json::Exception) << text;
     }
+}
+
+TEST(Records, RealNumbersAreConvertedAsFarAsTheyFit) {
+    EXPECT_EQ(recordFrom<PtpCommonInfo>(R"({"offset_ns":-9223372036854775808.0})").offsetNs,
+              std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(recordFrom<PtpCommonInfo>(R"({"offset_ns":9223372036854774784.0})").offsetNs,
+              9223372036854774784);
+    EXPECT_EQ(recordFrom<SysParametersDynamic>(R"({"uptime_s":18446744073709549568.0})").uptimeS,
+              18446744073709549568U);
+    EXPECT_EQ(recordFrom<SysParametersDynamic>(R"({"uptime_s":1.9})").uptimeS, 1U);
 }
 
 TEST(Records, MessageNeedsACommandIdAndNothingElse) {
