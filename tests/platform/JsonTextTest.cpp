@@ -46,6 +46,19 @@ TEST(JsonText, DecoderTakesJsonObjectsUpToItsLimits) {
     EXPECT_THAT(reasonFor(R"({"a":)" + std::string(500'000, '[')), HasSubstr("deeper than 64"));
 }
 
+TEST(JsonText, DecoderTakesWhatTheDocumentsSayBeyondJson) {
+    for (const char* text :
+         {R"({"a":1/*x*/})", "{\"a\":1//x\n}", R"({"a":[1/*x*/,2/*x*/]})",
+          R"({/*x*/"a":1,/*x*/"b":2})", R"({"a":01})", R"({"a":+1})", R"({"a":1.})", R"({"a":-})",
+          "{\"a\":\"\t\n\"}", R"({"a":"\udc00"})", "{\"a\":\"\xff\"}", "\xef\xbb\xbf{}"}) {
+        EXPECT_EQ(reasonFor(text), "") << text;
+    }
+    for (const char* text : {R"({"a":1}/*x*/)", R"(/*x*/{"a":1})", R"({"a":/*x*/1})",
+                             R"({"a":[/*x*/1]})", R"({"a"/*x*/:1})"}) {
+        EXPECT_NE(reasonFor(text), "") << text;
+    }
+}
+
 TEST(JsonText, DecoderRefusesEverythingElseWithAReasonOfOneLine) {
     using std::string_literals::operator""s;
     for (const std::string& text : {""s,
