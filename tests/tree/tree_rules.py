@@ -1,4 +1,5 @@
-"""The rules that hold the source tree together: who may include whom, and where endpoints stand."""
+"""The rules that hold the source tree together: who may include whom, where endpoints stand, and
+that the documents' links lead somewhere."""
 
 import re
 from pathlib import Path
@@ -37,6 +38,9 @@ SOURCES = {".cpp", ".hpp", ".cc", ".h", ".c"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 # Documents, tests and what describes the service to people repeat endpoints; code does not.
 CODE_FOLDERS = ["app", "bench", "cmake", "handler", "model", "platform", "publisher", "tools"]
+DOCUMENTS = ["README.md", "CONTRIBUTING.md", "docs/*.md"]
+# The file that a link names. One to a place in the same document, or with a scheme, names none.
+LINK = re.compile(r"\]\((?!\w+:)([^)#\s]+)")
 PORT = re.compile(r'tcp://[^"]*:(\d+)')
 
 
@@ -89,3 +93,12 @@ def endpoint_faults(root):
         for number, line in enumerate(path.read_text("utf-8", "replace").splitlines(), 1):
             for port in repeated.findall(line):
                 yield f"{name}:{number}: repeats {port} of {PROTOCOL}"
+
+
+def link_faults(root):
+    """Every relative link of a document to a file that is not there."""
+    for path in (path for pattern in DOCUMENTS for path in sorted(Path(root).glob(pattern))):
+        for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+            for target in LINK.findall(line):
+                if not (path.parent / target).exists():
+                    yield f"{path.relative_to(root).as_posix()}:{number}: {target} is not there"

@@ -70,6 +70,14 @@ class TreeRules(unittest.TestCase):
         self.write(tree_rules.PROTOCOL, "")
         self.assertEqual(len(list(tree_rules.endpoint_faults(self.root))), 1)
 
+    def test_a_link_to_a_file_that_is_not_there_is_found(self):
+        self.write("docs/here.md", "[a](gone.md) [b](here.md#place) [c](#place) [d](../README.md)\n")
+        self.write("README.md", "[a](https://example.org/x) [b](docs/here.md) [c](docs/gone.md#a)\n")
+        self.write("docs/more/other.md", "[a](gone.md)\n")
+        self.assertEqual(list(tree_rules.link_faults(self.root)),
+                         ["README.md:1: docs/gone.md is not there",
+                          "docs/here.md:1: gone.md is not there"])
+
 
 if __name__ == "__main__":
     unittest.main()
