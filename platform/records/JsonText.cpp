@@ -47,6 +47,8 @@ std::string onOneShortLine(const std::string& report) {
 
 std::string toCompactJson(const Json::Value& value) {
     std::ostringstream text;
+    // Without this a lack of memory would cut the text short.
+    text.exceptions(std::ios::badbit);
     makeCompactWriter()->write(value, &text);
     return std::move(text).str();
 }

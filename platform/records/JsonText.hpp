@@ -9,7 +9,7 @@
 #include <string_view>
 
 /// `value` as compact JSON text: no comments, no line breaks, no blanks between tokens, members in
-/// ascending order of their names.
+/// ascending order of their names. Throws std::bad_alloc when there is no memory for all of it.
 std::string toCompactJson(const Json::Value& value);
 
 /// What toCompactJson writes with, for whoever writes many texts. It serves one text at a time.
