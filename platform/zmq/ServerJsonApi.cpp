@@ -7,6 +7,8 @@
 #include "platform/zmq/WholeMessage.hpp"
 
 #include <exception>
+#include <new>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -45,6 +47,19 @@ std::string encode(Reply reply) {
     return toCompactJson(json);
 }
 
+/// Ready beforehand, as there is nothing to build it from when it is needed. The request may not
+/// have been decoded, so that it names no command.
+constexpr std::string_view kShortOfMemory =
+    R"({"command_id":0,"command_name":"","error":"The service is short of memory.",)"
+    R"("payload":{},"result":-103})";
+static_assert(platform_protocol::kErrorSocket == -103);
+
+/// REP never waits: a reply whose client is gone or does not read is dropped.
+void send(zmq::socket_t& socket, std::string_view text) {
+    (void)whole_message::uninterrupted(
+        [&] { return socket.send(zmq::buffer(text), zmq::send_flags::none); });
+}
+
 } // namespace
 
 struct ServerJsonApi::State {
@@ -78,8 +93,10 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
             }
         } catch (const Json::Exception& error) {
             return refusal(reply, std::string("The request cannot be decoded: ") + error.what());
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception& error) {
-            // The service's own failure, such as a want of memory; the client still has its reply.
+            // The service's own failure; the client still has its reply.
             Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
             reply.result = platform_protocol::kErrorSocket;
             reply.payload = Json::Value();
@@ -90,11 +107,13 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
         return reply;
     };
 
+    bool replyOwed = false;
     try {
         const std::size_t frames = whole_message::receive(*socket, {&state->frame});
         if (frames == 0) {
             return 0;
         }
+        replyOwed = true;
         Reply reply = answer(frames == 1);
         const int result = reply.result;
         if (result < 0) {
@@ -105,12 +124,19 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
                         reply.commandName.c_str());
         }
         const std::string text = encode(std::move(reply));
-        // REP never waits: a reply whose client is gone or does not read is dropped.
-        (void)whole_message::uninterrupted(
-            [&] { return socket->send(zmq::buffer(text), zmq::send_flags::none); });
+        send(*socket, text);
         return result;
     } catch (const std::exception& error) {
         Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
-        return platform_protocol::kErrorSocket;
     }
+    if (replyOwed) {
+        // What the request took is free again by now. Without a reply the socket would wait for it
+        // forever and take no other request.
+        try {
+            send(*socket, kShortOfMemory);
+        } catch (const std::exception& error) {
+            Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
+        }
+    }
+    return platform_protocol::kErrorSocket;
 }
