@@ -33,11 +33,14 @@ protected:
         return 0;
     }
 
-    /// As long as a request may be, and as its values some fifty times as large.
+    /// As long as a request may be, and as its values some seventy times as large: more than the
+    /// address space that an allocator sets aside beforehand.
     static std::string hugeRequest() {
+        constexpr int kDepth = 60;
+        const std::string nested = "," + std::string(kDepth, '[') + std::string(kDepth, ']');
         std::string body = R"({"command_id":3,"payload":[0)";
-        while (body.size() + 4 <= platform_protocol::kMaxFrameBytes) {
-            body += ",0";
+        while (body.size() + nested.size() + 2 <= platform_protocol::kMaxFrameBytes) {
+            body += nested;
         }
         return body + "]}";
     }
