@@ -107,13 +107,21 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
         return reply;
     };
 
-    bool replyOwed = false;
+    const auto logFailure = [](const std::exception& error) {
+        Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
+    };
+
+    std::size_t frames = 0;
     try {
-        const std::size_t frames = whole_message::receive(*socket, {&state->frame});
-        if (frames == 0) {
-            return 0;
-        }
-        replyOwed = true;
+        frames = whole_message::receive(*socket, {&state->frame});
+    } catch (const std::exception& error) {
+        logFailure(error);
+        return platform_protocol::kErrorSocket;
+    }
+    if (frames == 0) {
+        return 0;
+    }
+    try {
         Reply reply = answer(frames == 1);
         const int result = reply.result;
         if (result < 0) {
@@ -127,16 +135,14 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
         send(*socket, text);
         return result;
     } catch (const std::exception& error) {
-        Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
+        logFailure(error);
     }
-    if (replyOwed) {
-        // What the request took is free again by now. Without a reply the socket would wait for it
-        // forever and take no other request.
-        try {
-            send(*socket, kShortOfMemory);
-        } catch (const std::exception& error) {
-            Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
-        }
+    // What the request took is free again by now. Without a reply the socket would wait for it
+    // forever and take no other request.
+    try {
+        send(*socket, kShortOfMemory);
+    } catch (const std::exception& error) {
+        logFailure(error);
     }
     return platform_protocol::kErrorSocket;
 }
