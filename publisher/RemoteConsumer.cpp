@@ -47,8 +47,9 @@ private:
 
 } // namespace
 
-RemoteConsumer::RemoteConsumer(zmq::context_t& context, const std::string& consumerAddress)
-    : zmqContext(&context), address(consumerAddress), socket(context, zmq::socket_type::push) {
+RemoteConsumer::RemoteConsumer(zmq::context_t& context, std::string consumerAddress)
+    : zmqContext(&context), address(std::move(consumerAddress)),
+      socket(context, zmq::socket_type::push) {
     socket.connect(address);
 }
 

@@ -19,7 +19,7 @@ class RemoteConsumer {
 public:
     /// Connects; whether anybody listens plays no part. Throws zmq::error_t when the address is no
     /// endpoint or the context has no socket left.
-    RemoteConsumer(zmq::context_t& context, const std::string& consumerAddress);
+    RemoteConsumer(zmq::context_t& context, std::string consumerAddress);
 
     /// Queues the bytes of `frame`, which may be left empty. Waits while the queue is full, after
     /// the log has said so. Where the connection has been given up, begins a new one, which the log
