@@ -48,8 +48,12 @@ bool WebNotifierHandler::processIncomingEvents(const zmq_pollitem_t& item) {
         ipcPreProcessMsg(commandSocket);
         return true;
     }
-    return AvmgrSubscriber::processEvent(item) || SysmgrSubscriber::processEvent(item) ||
-           ZatPmcSubscriber::processEvent(item);
+    // Several notifications may be waiting.
+    publisher.holdBack();
+    const bool taken = AvmgrSubscriber::processEvent(item) ||
+                       SysmgrSubscriber::processEvent(item) || ZatPmcSubscriber::processEvent(item);
+    publisher.release();
+    return taken;
 }
 
 int WebNotifierHandler::checkIfDeviceIdIsDefined() {
@@ -57,6 +61,8 @@ int WebNotifierHandler::checkIfDeviceIdIsDefined() {
         return 0;
     }
     Logger::log(Logger::LOG_LEVEL_INF, "%s:: device id is not defined. asking for it.", __func__);
+    // The answer may take seconds.
+    publisher.release();
     Json::Value reply;
     if (const int code = nmosClient.getDeviceInfo(reply); code < 0) {
         return CHK(code);

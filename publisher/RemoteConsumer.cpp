@@ -1,8 +1,10 @@
 #include "publisher/RemoteConsumer.hpp"
 
 #include "platform/api/Logger.hpp"
+#include "platform/api/ProcessBasics.hpp"
 #include "platform/sockets/ConnectionAttempt.hpp"
 
+#include <cerrno>
 #include <chrono>
 #include <utility>
 
@@ -89,6 +91,9 @@ void RemoteConsumer::sendWhenThereIsRoom(zmq::message_t& frame) {
     constexpr int kStepsForOneLook = 10;
     int step = 0;
     do {
+        if (ProcessBasics::stopRequested()) {
+            throw zmq::error_t(EINTR);
+        }
         if (isGivenUp() || (step % kStepsForOneLook == 0 && isAnsweredByAnother())) {
             connectAgain();
             continue;

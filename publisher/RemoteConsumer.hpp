@@ -23,7 +23,8 @@ public:
 
     /// Queues the bytes of `frame`, which may be left empty. Waits while the queue is full, after
     /// the log has said so. Where the connection has been given up, begins a new one, which the log
-    /// says too. Throws zmq::error_t when a signal ends the wait (EINTR) or the context goes down.
+    /// says too. Throws zmq::error_t when a signal ends the wait (EINTR) or the context goes down;
+    /// a stop waits for no consumer.
     void send(zmq::message_t& frame);
 
 private:

@@ -6,10 +6,12 @@
 
 #include <zmq.hpp>
 
+#include <cstddef>
 #include <list>
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 /// The remote consumers that asked to be informed, and the way of a message to them.
 ///
@@ -42,11 +44,33 @@ public:
     /// every consumer, in the order of their addresses, when `target` is empty. Waits while a
     /// consumer's queue is full; the log says so. A failed send is logged and skipped. The message
     /// is not const because its payload is on loan meanwhile. Returns 0.
+    ///
+    /// Between holdBack and release the message is written at once, but sent later.
     int publishMessage(IpcMsg& message, std::string target);
+
+    /// Keeps back what is published from now on, up to 64 KiB, so that the messages of a burst
+    /// leave together: the library's own thread is then woken, and writes to the network, once for
+    /// all that a consumer gets instead of once for each. Call release before anything that takes
+    /// long.
+    void holdBack() { holding = true; }
+
+    /// Sends what is held back, to one consumer after the other and to each in the order in which
+    /// it was published, and ends the holding back. A failed send is logged and skipped.
+    void release();
 
     bool hasRemotes() const { return !remotes.empty(); }
 
 private:
+    struct Held {
+        zmq::message_t frame;
+        std::string target;
+    };
+
+    void sendHeld();
+
     std::map<std::string, std::unique_ptr<RemoteConsumer>> remotes;
     FrameEncoder encoder;
+    std::vector<Held> held;
+    std::size_t heldBytes = 0;
+    bool holding = false;
 };

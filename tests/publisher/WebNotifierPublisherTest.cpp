@@ -174,6 +174,37 @@ TEST_F(PublisherTest, TargetIsMatchedByteForByteAndNobodyElseIsSentAnything) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+TEST_F(PublisherTest, HeldBackMessagesLeaveOneConsumerAfterTheOtherAndInOrder) {
+    zmq::socket_t b = consumerAt("inproc://b");
+    zmq::socket_t a = consumerAt("inproc://a");
+    IpcMsg first;
+    first.commandName = "first";
+    publisher->holdBack();
+    EXPECT_EQ(publisher->publishMessage(first, ""), 0);
+    EXPECT_EQ(publish("inproc://b"), 0);
+    EXPECT_FALSE(hasMessage(a));
+    EXPECT_THAT(log.lines(), IsEmpty());
+    publisher->release();
+    const std::string firstBody = R"({"command_id":0,"command_name":"first","payload":null})";
+    const std::string firstLine = " size " + std::to_string(firstBody.size());
+    EXPECT_THAT(log.lines(),
+                ElementsAre("INF Publishing message to socket (inproc://a)" + firstLine,
+                            "INF Publishing message to socket (inproc://b)" + firstLine,
+                            published("inproc://b")));
+    EXPECT_EQ(next(a).to_string(), firstBody);
+    EXPECT_FALSE(hasMessage(a));
+    EXPECT_EQ(next(b).to_string(), firstBody);
+    EXPECT_EQ(next(b).to_string(), kBody);
+
+    EXPECT_EQ(publish(""), 0);
+    EXPECT_EQ(next(a).to_string(), kBody);
+    publisher->holdBack();
+    constexpr std::size_t kTooLongToWait = 65536;
+    first.payload = std::string(kTooLongToWait, 'x');
+    EXPECT_EQ(publisher->publishMessage(first, ""), 0);
+    EXPECT_TRUE(hasMessage(a));
+}
+
 TEST_F(PublisherTest, FailedSendIsLoggedForEachConsumerAndEndsNothing) {
     const zmq::socket_t a = consumerAt("inproc://a");
     const zmq::socket_t b = consumerAt("inproc://b");

@@ -69,6 +69,25 @@ TEST_F(PeersTest, DeviceIdIsAskedForAtEachPublicationWhileItIsEmpty) {
     EXPECT_EQ(node->requests().size(), ++requests);
 }
 
+TEST_F(PeersTest, WaitForTheNmosNodeHoldsUpNothingThatWasPublishedBefore) {
+    startAll();
+    Consumer consumer(context);
+    registerAndGreet(consumer);
+    node->staySilent();
+    session->send(kStatus, R"({"id":1,"device_id":""})");
+    ASSERT_TRUE(node->waitForRequests(2));
+    // While the service waits, two more notifications come together; the second needs the node.
+    session->send(kStatus, R"({"id":2,"device_id":"dev"})");
+    session->send(kStatus, R"({"id":3,"device_id":""})");
+    zmq_poll(nullptr, 0, 200);
+    node->answerRequest(1, PlayedNmosNode::deviceAnswer("dev"));
+    EXPECT_EQ(consumer.receive()["payload"]["id"], 1);
+    ASSERT_TRUE(node->waitForRequests(3));
+    EXPECT_EQ(consumer.receive()["payload"]["id"], 2);
+    node->answerRequest(2, PlayedNmosNode::deviceAnswer("dev"));
+    EXPECT_EQ(consumer.receive()["payload"]["id"], 3);
+}
+
 TEST_F(PeersTest, NonsenseFromTheNmosNodeIsRefusedAndTheNextAnswerTaken) {
     startAll();
     Consumer consumer(context);

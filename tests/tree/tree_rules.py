@@ -19,7 +19,8 @@ ALLOWED = {
                      "platform/sockets", "model", PROTOCOL],
     "model": ["model", "platform/records", "platform/api/Logger.hpp"],
     "publisher": ["publisher", "platform/records", "platform/sockets",
-                  "platform/api/Logger.hpp", "platform/api/ResultCode.hpp"],
+                  "platform/api/Logger.hpp", "platform/api/ProcessBasics.hpp",
+                  "platform/api/ResultCode.hpp"],
     "handler": ["handler", "publisher", "model", "platform/api", "platform/records", PROTOCOL],
     "app": ["app", "handler", "platform/api"],
     # Companions speak the messages; they are no part of the service, nor is it a part of them.
