@@ -61,8 +61,8 @@ int WebNotifierHandler::checkIfDeviceIdIsDefined() {
         return 0;
     }
     Logger::log(Logger::LOG_LEVEL_INF, "%s:: device id is not defined. asking for it.", __func__);
-    // The answer may take seconds.
-    publisher.release();
+    // The answer may take a second.
+    publisher.sendHeld();
     Json::Value reply;
     if (const int code = nmosClient.getDeviceInfo(reply); code < 0) {
         return CHK(code);

@@ -55,12 +55,6 @@ RemoteConsumer::RemoteConsumer(zmq::context_t& context, std::string consumerAddr
     socket.connect(address);
 }
 
-void RemoteConsumer::send(zmq::message_t& frame) {
-    if (!sendAtOnce(frame)) {
-        sendWhenThereIsRoom(frame);
-    }
-}
-
 bool RemoteConsumer::sendAtOnce(zmq::message_t& frame) {
     if (taken % kTellersApart == 0 ? !sendTelling(frame)
                                    : !socket.send(frame, zmq::send_flags::dontwait)) {

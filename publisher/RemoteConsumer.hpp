@@ -21,18 +21,20 @@ public:
     /// endpoint or the context has no socket left.
     RemoteConsumer(zmq::context_t& context, std::string consumerAddress);
 
-    /// Queues the bytes of `frame`, which may be left empty. Waits while the queue is full, after
-    /// the log has said so. Where the connection has been given up, begins a new one, which the log
-    /// says too. Throws zmq::error_t when a signal ends the wait (EINTR) or the context goes down;
-    /// a stop waits for no consumer.
-    void send(zmq::message_t& frame);
+    /// Queues the bytes of `frame`, which may be left empty. Returns false, and leaves `frame` as
+    /// it is, when the queue is full. Throws zmq::error_t when the context goes down.
+    bool sendAtOnce(zmq::message_t& frame);
+
+    /// Waits until there is room in the queue, after the log has said so, and queues the bytes of
+    /// `frame`, which may be left empty. Where the connection has been given up, begins a new one,
+    /// which the log says too. Throws zmq::error_t when a signal ends the wait (EINTR), at once
+    /// when a stop has been requested, or when the context goes down.
+    void sendWhenThereIsRoom(zmq::message_t& frame);
 
 private:
     using Count = std::atomic<std::uint64_t>;
 
-    bool sendAtOnce(zmq::message_t& frame);
     bool sendTelling(zmq::message_t& frame);
-    void sendWhenThereIsRoom(zmq::message_t& frame);
     bool isGivenUp();
     bool isAnsweredByAnother();
     void connectAgain();

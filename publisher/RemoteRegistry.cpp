@@ -5,8 +5,9 @@
 WebNotifierPublisher::~WebNotifierPublisher() {
     Logger::log(Logger::LOG_LEVEL_INF, "Destroying %ld active connections",
                 static_cast<long>(remotes.size()));
+    // In the order of the addresses, which clear() does not promise.
     for (auto& remote : remotes) {
-        remote.second.reset();
+        remote.second.connection.reset();
     }
     remotes.clear();
 }
@@ -21,7 +22,8 @@ int WebNotifierPublisher::addRemote(zmq::context_t& context, std::string& addres
         return 0;
     }
     try {
-        remotes.emplace_hint(place, address, std::make_unique<RemoteConsumer>(context, address));
+        remotes.emplace_hint(place, address,
+                             Remote{std::make_unique<RemoteConsumer>(context, address)});
     } catch (const zmq::error_t& error) {
         Logger::log(Logger::LOG_LEVEL_ERR,
                     "WebnotifierPublisher: Error  Connecting socket on addr %s. Error [%d]::%s",

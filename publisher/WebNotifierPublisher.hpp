@@ -45,32 +45,46 @@ public:
     /// consumer's queue is full; the log says so. A failed send is logged and skipped. The message
     /// is not const because its payload is on loan meanwhile. Returns 0.
     ///
-    /// Between holdBack and release the message is written at once, but sent later.
+    /// While messages are held back, this one is encoded and logged at once, but sent later.
     int publishMessage(IpcMsg& message, std::string target);
 
-    /// Keeps back what is published from now on, up to 64 KiB, so that the messages of a burst
-    /// leave together: the library's own thread is then woken, and writes to the network, once for
-    /// all that a consumer gets instead of once for each. Call release before anything that takes
-    /// long.
+    /// Holds back what is published from now on, so that the messages of a burst leave together:
+    /// the library's own thread is then woken, and writes to the network, once for all that a
+    /// consumer gets instead of once for each. When 64 KiB are held they are sent. The registry
+    /// must not change meanwhile.
     void holdBack() { holding = true; }
 
-    /// Sends what is held back, to one consumer after the other and to each in the order in which
-    /// it was published, and ends the holding back. A failed send is logged and skipped.
+    /// Sends what is held back: everything for which there is room, one consumer after the other,
+    /// before any full queue is waited for. Call this before anything that takes long.
+    void sendHeld();
+
+    /// Sends what is held back, and ends the holding back.
     void release();
 
     bool hasRemotes() const { return !remotes.empty(); }
 
 private:
+    enum class WhenFull { wait, leave };
+
+    struct Remote {
+        std::unique_ptr<RemoteConsumer> connection;
+        /// How many of the held messages it has been sent, or is not concerned by.
+        std::size_t heldDone = 0;
+    };
+
     struct Held {
         zmq::message_t frame;
         std::string target;
     };
 
-    void sendHeld();
+    /// False when the queue is full and `whenFull` says to leave it so. A failure is logged.
+    static bool send(zmq::message_t& frame, const std::string& address, RemoteConsumer& consumer,
+                     WhenFull whenFull);
+    void sendHeldTo(const std::string& address, Remote& remote, WhenFull whenFull);
 
-    std::map<std::string, std::unique_ptr<RemoteConsumer>> remotes;
+    std::map<std::string, Remote> remotes;
     FrameEncoder encoder;
+    bool holding = false;
     std::vector<Held> held;
     std::size_t heldBytes = 0;
-    bool holding = false;
 };

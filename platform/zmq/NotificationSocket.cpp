@@ -63,11 +63,16 @@ bool NotificationSocket::owns(const zmq_pollitem_t& item) const {
 }
 
 void NotificationSocket::receive(const Dispatch& dispatch) {
-    // Several at a time: each return to the event loop costs a look at every socket. Not all of
-    // them: a flood must not keep the other sockets waiting, and a stop waits for none.
+    // Several at a time: each return to the event loop costs a look at every socket, and what they
+    // publish leaves together. Not all of them: neither the other sockets nor what is to leave must
+    // wait for long, and a stop waits for none.
     constexpr int kAtOnce = 32;
+    constexpr std::size_t kBytesAtOnce = 65536;
+    std::size_t bytes = 0;
     try {
-        for (int received = 0; received < kAtOnce && receiveOne(dispatch); ++received) {
+        for (int received = 0; received < kAtOnce && bytes < kBytesAtOnce && receiveOne(dispatch);
+             ++received) {
+            bytes += messageFrame.size();
             if (ProcessBasics::stopRequested()) {
                 break;
             }
