@@ -25,16 +25,19 @@ void write(Json::Value& holder, JsonKey key, const std::list<Record>& records) {
 }
 
 /// Replaces `records` by the elements of `holder[key]`, in array order. A missing key is added to
-/// `holder` as null and reads as an empty list, as does any value that has no elements.
+/// `holder` as null and reads as an empty list, as does any value that has no elements. Raises
+/// Json::LogicError for an object with members.
 template <typename Record>
 void read(Json::Value& holder, JsonKey key, std::list<Record>& records) {
     records.clear();
     Json::Value& array = holder[key];
-    // By index: an iterator would also walk the members of an object, which the index refuses.
-    // NOLINTNEXTLINE(modernize-loop-convert)
-    for (Json::ArrayIndex index = 0; index < array.size(); ++index) {
+    if (array.isObject() && !array.empty()) {
+        // As the library's own index does; the loop would walk the members.
+        Json::throwLogicError("an object where a list is expected");
+    }
+    for (Json::Value& element : array) {
         Record record;
-        record.Deserialize(array[index]);
+        record.Deserialize(element);
         records.push_back(std::move(record));
     }
 }
