@@ -46,7 +46,6 @@ int WebNotifierPublisher::publishMessage(IpcMsg& message, std::string target) {
 bool WebNotifierPublisher::send(zmq::message_t& frame, const std::string& address,
                                 RemoteConsumer& consumer, WhenFull whenFull) {
     try {
-        zmq::message_t copy;
         copy.copy(frame);
         if (consumer.sendAtOnce(copy)) {
             return true;

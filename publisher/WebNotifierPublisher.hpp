@@ -78,12 +78,14 @@ private:
     };
 
     /// False when the queue is full and `whenFull` says to leave it so. A failure is logged.
-    static bool send(zmq::message_t& frame, const std::string& address, RemoteConsumer& consumer,
-                     WhenFull whenFull);
+    bool send(zmq::message_t& frame, const std::string& address, RemoteConsumer& consumer,
+              WhenFull whenFull);
     void sendHeldTo(const std::string& address, Remote& remote, WhenFull whenFull);
 
     std::map<std::string, Remote> remotes;
     FrameEncoder encoder;
+    /// Of the frame that is being sent; kept, because making one costs as much as filling it.
+    zmq::message_t copy;
     bool holding = false;
     std::vector<Held> held;
     std::size_t heldBytes = 0;
