@@ -84,7 +84,7 @@ private:
 
     std::map<std::string, Remote> remotes;
     FrameEncoder encoder;
-    /// Of the frame that is being sent; kept, because making one costs as much as filling it.
+    /// Refers to the frame that is being sent; kept, since making one for each send would show.
     zmq::message_t copy;
     bool holding = false;
     std::vector<Held> held;
