@@ -18,6 +18,8 @@ protected:
         ASSERT_TRUE(service->waitForError("avmgrNotifyUpdateSessionStatusEvent"));
     }
 
+    static constexpr const char* kWaits = "is full, waiting for it to be read";
+
     void publish(int times) {
         for (int i = 0; i < times; ++i) {
             ptp->send(ZatPmcPublisher::zat_pmc_status_change, "{}");
@@ -91,9 +93,7 @@ TEST_F(StopTest, StalledConsumersDoNotHoldItUpAndWhatIsQueuedForALiveOneLeaves) 
     ASSERT_TRUE(service->waitForError("PTP changed", kHeadStart));
     ASSERT_EQ(add(address), 0);
     publish(kQueue);
-    // Once it no longer answers, the service waits for a stalled consumer.
-    while (client.exchange(R"({"command_id":3})", std::chrono::milliseconds(500))) {
-    }
+    ASSERT_TRUE(service->waitForError(kWaits));
 
     int received = 0;
     std::thread reading([&] {
@@ -130,6 +130,8 @@ TEST_F(StopTest, BurstLeavesForWhoeverHasRoomAndAStopWaitsForNobody) {
     constexpr int kQueue = 1000;
     constexpr int kPublished = kQueue + 100;
     publish(kPublished);
+    // By then the live one's part of the burst has left.
+    ASSERT_TRUE(service->waitForError(kWaits));
     int received = 0;
     while (live.receiveText(std::chrono::milliseconds(500))) {
         ++received;
