@@ -68,6 +68,9 @@ void WebNotifierPublisher::release() {
 }
 
 void WebNotifierPublisher::sendHeld() {
+    if (held.empty()) {
+        return;
+    }
     for (auto& [address, remote] : remotes) {
         remote.heldDone = 0;
         sendHeldTo(address, remote, WhenFull::leave);
