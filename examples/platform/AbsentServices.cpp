@@ -4,7 +4,7 @@
 // There is neither a session manager nor a PTP management service: subscribing succeeds, nothing is
 // ever notified, and no poll item is theirs.
 
-struct AvmgrSubscriber::State {};
+struct AvmgrSubscriber::Impl {};
 AvmgrSubscriber::AvmgrSubscriber() = default;
 AvmgrSubscriber::~AvmgrSubscriber() = default;
 int AvmgrSubscriber::init(zmq::context_t& /*context*/, PollFds& /*pollFds*/) {
@@ -17,7 +17,7 @@ bool AvmgrSubscriber::processEvent(const zmq_pollitem_t& /*item*/) {
     return false;
 }
 
-struct ZatPmcSubscriber::State {};
+struct ZatPmcSubscriber::Impl {};
 ZatPmcSubscriber::ZatPmcSubscriber() = default;
 ZatPmcSubscriber::~ZatPmcSubscriber() = default;
 int ZatPmcSubscriber::init(zmq::context_t& /*context*/, PollFds& /*pollFds*/) {

@@ -10,7 +10,7 @@
 
 // There is nobody to ask: the host's name serves as the device id.
 
-struct ClientJsonApi::State {};
+struct ClientJsonApi::Impl {};
 ClientJsonApi::ClientJsonApi(const char* /*endpoint*/, int /*answerTimeoutMs*/) {}
 ClientJsonApi::~ClientJsonApi() = default;
 int ClientJsonApi::init(zmq::context_t& /*context*/) {

@@ -34,6 +34,6 @@ protected:
     int request(unsigned commandId, const char* commandName, Json::Value& reply);
 
 private:
-    struct State;
-    std::unique_ptr<State> state;
+    struct Impl;
+    std::unique_ptr<Impl> impl;
 };

@@ -35,6 +35,6 @@ public:
     int ipcPreProcessMsg(zmq::socket_t* socket);
 
 private:
-    struct State;
-    std::unique_ptr<State> state;
+    struct Impl;
+    std::unique_ptr<Impl> impl;
 };

@@ -38,6 +38,6 @@ public:
     bool processEvent(const zmq_pollitem_t& item);
 
 private:
-    struct State;
-    std::unique_ptr<State> state;
+    struct Impl;
+    std::unique_ptr<Impl> impl;
 };

@@ -1,6 +1,6 @@
 #include "platform/api/Logger.hpp"
 
-#include "platform/zmq/RotatingFile.hpp"
+#include "platform/bundled/RotatingFile.hpp"
 #include "tests/support/LogLines.hpp"
 #include "tests/support/TemporaryDirectory.hpp"
 

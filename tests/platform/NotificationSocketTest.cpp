@@ -1,4 +1,4 @@
-#include "platform/zmq/NotificationSocket.hpp"
+#include "platform/bundled/NotificationSocket.hpp"
 
 #include "platform/PlatformProtocol.hpp"
 #include "tests/support/LogLines.hpp"

@@ -30,15 +30,15 @@ class TreeRules(unittest.TestCase):
             ("platform/records/A.hpp", '"platform/api/Logger.hpp"'),
             ("model/A.cpp", '"platform/api/PollFds.hpp"'),
             ("model/A.cpp", '"handler/WebNotifierHandler.hpp"'),
-            ("platform/api/A.hpp", '"platform/zmq/NotificationSocket.hpp"'),
+            ("platform/api/A.hpp", '"platform/bundled/NotificationSocket.hpp"'),
             ("publisher/A.cpp", '"model/DeviceStatus.hpp"'),
-            ("handler/A.cpp", "<platform/zmq/RotatingFile.hpp>"),
+            ("handler/A.cpp", "<platform/bundled/RotatingFile.hpp>"),
             ("app/A.cpp", '"publisher/WebNotifierPublisher.hpp"'),
             ("app/A.cpp", '"tests/support/Consumer.hpp"'),
             ("tools/x/A.cpp", '"handler/WebNotifierHandler.hpp"'),
-            ("tests/service/A.cpp", '"platform/zmq/RotatingFile.hpp"'),
+            ("tests/service/A.cpp", '"platform/bundled/RotatingFile.hpp"'),
             ("handler/A.cpp", '"Sibling.hpp"'),
-            ("handler/A.cpp", '"../platform/zmq/RotatingFile.hpp"'),
+            ("handler/A.cpp", '"../platform/bundled/RotatingFile.hpp"'),
             ("platform/extra/A.cpp", "<string>"),
             (tree_rules.PROTOCOL, '"model/DeviceStatus.hpp"'),
         ]:
@@ -52,7 +52,7 @@ class TreeRules(unittest.TestCase):
             ("model/A.cpp", '"platform/api/Logger.hpp"'),
             ("handler/A.cpp", "<zmq.hpp>"),
             ("handler/A.cpp", "<json/value.h>"),
-            ("tests/platform/A.cpp", '"platform/zmq/RotatingFile.hpp"'),
+            ("tests/platform/A.cpp", '"platform/bundled/RotatingFile.hpp"'),
         ]:
             with self.subTest(name=name, include=include):
                 self.assertEqual(self.layering(name, include), [])

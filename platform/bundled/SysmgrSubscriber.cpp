@@ -1,6 +1,6 @@
 #include "platform/api/SysmgrSubscriber.hpp"
 
-#include "platform/zmq/NotificationSocket.hpp"
+#include "platform/bundled/NotificationSocket.hpp"
 
 namespace {
 
@@ -28,30 +28,30 @@ bool dispatch(SysmgrSubscriber& subscriber, unsigned kind, Json::Value& payload)
 
 } // namespace
 
-struct SysmgrSubscriber::State {
+struct SysmgrSubscriber::Impl {
     NotificationSocket socket{"system manager", platform_protocol::kSystemManagerEndpoint};
 };
 
-SysmgrSubscriber::SysmgrSubscriber() : state(std::make_unique<State>()) {}
+SysmgrSubscriber::SysmgrSubscriber() : impl(std::make_unique<Impl>()) {}
 SysmgrSubscriber::~SysmgrSubscriber() = default;
 
 int SysmgrSubscriber::init(zmq::context_t& context) {
-    return state->socket.connect(context);
+    return impl->socket.connect(context);
 }
 
 int SysmgrSubscriber::subscribe(SysmgrPublisher::sysmgr_notifications_t kind) {
-    return state->socket.subscribe(kind);
+    return impl->socket.subscribe(kind);
 }
 
 int SysmgrSubscriber::getPollItems(PollFds& pollFds) {
-    return state->socket.addTo(pollFds);
+    return impl->socket.addTo(pollFds);
 }
 
 bool SysmgrSubscriber::processEvent(const zmq_pollitem_t& item) {
-    if (!state->socket.owns(item)) {
+    if (!impl->socket.owns(item)) {
         return false;
     }
-    state->socket.receive(
+    impl->socket.receive(
         [this](unsigned kind, Json::Value& payload) { return dispatch(*this, kind, payload); });
     return true;
 }

@@ -1,7 +1,7 @@
 #include "platform/api/AvmgrSubscriber.hpp"
 
+#include "platform/bundled/NotificationSocket.hpp"
 #include "platform/records/JsonMember.hpp"
-#include "platform/zmq/NotificationSocket.hpp"
 
 namespace {
 
@@ -54,27 +54,27 @@ bool dispatch(AvmgrSubscriber& subscriber, unsigned kind, Json::Value& payload) 
 
 } // namespace
 
-struct AvmgrSubscriber::State {
+struct AvmgrSubscriber::Impl {
     NotificationSocket socket{"session manager", platform_protocol::kSessionManagerEndpoint};
 };
 
-AvmgrSubscriber::AvmgrSubscriber() : state(std::make_unique<State>()) {}
+AvmgrSubscriber::AvmgrSubscriber() : impl(std::make_unique<Impl>()) {}
 AvmgrSubscriber::~AvmgrSubscriber() = default;
 
 int AvmgrSubscriber::init(zmq::context_t& context, PollFds& pollFds) {
-    const int code = state->socket.connect(context);
-    return code < 0 ? code : state->socket.addTo(pollFds);
+    const int code = impl->socket.connect(context);
+    return code < 0 ? code : impl->socket.addTo(pollFds);
 }
 
 int AvmgrSubscriber::subscribe(AvmgrPublisher::avmgr_notifications_t kind) {
-    return state->socket.subscribe(kind);
+    return impl->socket.subscribe(kind);
 }
 
 bool AvmgrSubscriber::processEvent(const zmq_pollitem_t& item) {
-    if (!state->socket.owns(item)) {
+    if (!impl->socket.owns(item)) {
         return false;
     }
-    state->socket.receive(
+    impl->socket.receive(
         [this](unsigned kind, Json::Value& payload) { return dispatch(*this, kind, payload); });
     return true;
 }

@@ -1,4 +1,4 @@
-#include "platform/zmq/ReplyError.hpp"
+#include "platform/bundled/ReplyError.hpp"
 
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/ResultCode.hpp"

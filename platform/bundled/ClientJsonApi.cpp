@@ -2,11 +2,11 @@
 
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/Logger.hpp"
+#include "platform/bundled/WholeMessage.hpp"
 #include "platform/records/IpcMsg.hpp"
 #include "platform/records/JsonMember.hpp"
 #include "platform/records/JsonText.hpp"
 #include "platform/sockets/ConnectionAttempt.hpp"
-#include "platform/zmq/WholeMessage.hpp"
 
 #include <chrono>
 #include <optional>
@@ -32,8 +32,8 @@ zmq::socket_t makeRequestSocket(zmq::context_t& context) {
 
 } // namespace
 
-struct ClientJsonApi::State {
-    State(const char* endpointToUse, int timeoutMs)
+struct ClientJsonApi::Impl {
+    Impl(const char* endpointToUse, int timeoutMs)
         : endpoint(endpointToUse), answerTimeoutMs(timeoutMs) {}
 
     const char* endpoint;
@@ -103,39 +103,39 @@ struct ClientJsonApi::State {
 };
 
 ClientJsonApi::ClientJsonApi(const char* endpoint, int answerTimeoutMs)
-    : state(std::make_unique<State>(endpoint, answerTimeoutMs)) {}
+    : impl(std::make_unique<Impl>(endpoint, answerTimeoutMs)) {}
 ClientJsonApi::~ClientJsonApi() = default;
 
 int ClientJsonApi::init(zmq::context_t& context) {
-    state->context = &context;
+    impl->context = &context;
     try {
-        state->socket = makeRequestSocket(context);
+        impl->socket = makeRequestSocket(context);
     } catch (const zmq::error_t& error) {
-        return state->fail(platform_protocol::kErrorSocket, error.what());
+        return impl->fail(platform_protocol::kErrorSocket, error.what());
     }
     return 0;
 }
 
 int ClientJsonApi::request(unsigned commandId, const char* commandName, Json::Value& reply) {
-    if (!state->socket) {
-        return state->fail(platform_protocol::kErrorUnreachable, "not initialised");
+    if (!impl->socket) {
+        return impl->fail(platform_protocol::kErrorUnreachable, "not initialised");
     }
     IpcMsg message;
     message.commandId = commandId;
     message.commandName = commandName;
     int code = 0;
     try {
-        code = state->exchange(message, reply);
+        code = impl->exchange(message, reply);
     } catch (const zmq::error_t& error) {
-        code = state->fail(platform_protocol::kErrorUnreachable, error.what());
+        code = impl->fail(platform_protocol::kErrorUnreachable, error.what());
     }
     // The answer may still come, or come twice; over a connection of its own the next request can
     // never take it for its answer.
-    state->disconnect();
+    impl->disconnect();
     return code;
 }
 
-int ClientJsonApi::State::exchange(const IpcMsg& message, Json::Value& reply) {
+int ClientJsonApi::Impl::exchange(const IpcMsg& message, Json::Value& reply) {
     if (!connect()) {
         return fail(platform_protocol::kErrorUnreachable, "not connected");
     }
@@ -150,7 +150,7 @@ int ClientJsonApi::State::exchange(const IpcMsg& message, Json::Value& reply) {
     return readAnswer(reply);
 }
 
-int ClientJsonApi::State::readAnswer(Json::Value& reply) {
+int ClientJsonApi::Impl::readAnswer(Json::Value& reply) {
     zmq::message_t frame;
     if (whole_message::receive(*socket, {&frame}) > 1) {
         return fail(platform_protocol::kErrorMalformed, "the answer holds several frames");

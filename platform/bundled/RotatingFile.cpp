@@ -1,4 +1,4 @@
-#include "platform/zmq/RotatingFile.hpp"
+#include "platform/bundled/RotatingFile.hpp"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -2,9 +2,9 @@
 
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/Logger.hpp"
+#include "platform/bundled/ReplyError.hpp"
+#include "platform/bundled/WholeMessage.hpp"
 #include "platform/records/JsonText.hpp"
-#include "platform/zmq/ReplyError.hpp"
-#include "platform/zmq/WholeMessage.hpp"
 
 #include <exception>
 #include <new>
@@ -62,12 +62,12 @@ void send(zmq::socket_t& socket, std::string_view text) {
 
 } // namespace
 
-struct ServerJsonApi::State {
+struct ServerJsonApi::Impl {
     JsonDecoder decoder;
     zmq::message_t frame;
 };
 
-ServerJsonApi::ServerJsonApi() : state(std::make_unique<State>()) {}
+ServerJsonApi::ServerJsonApi() : impl(std::make_unique<Impl>()) {}
 ServerJsonApi::~ServerJsonApi() = default;
 
 int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
@@ -77,7 +77,7 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
             return refusal(reply, "The request holds several frames instead of one.");
         }
         Json::Value json;
-        const std::string reason = state->decoder.decodeObject(state->frame.to_string_view(), json);
+        const std::string reason = impl->decoder.decodeObject(impl->frame.to_string_view(), json);
         if (!reason.empty()) {
             return refusal(reply, "The request is " + reason);
         }
@@ -113,7 +113,7 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
 
     std::size_t frames = 0;
     try {
-        frames = whole_message::receive(*socket, {&state->frame});
+        frames = whole_message::receive(*socket, {&impl->frame});
     } catch (const std::exception& error) {
         logFailure(error);
         return platform_protocol::kErrorSocket;

@@ -1,6 +1,6 @@
 #include "platform/api/ZatPmcSubscriber.hpp"
 
-#include "platform/zmq/NotificationSocket.hpp"
+#include "platform/bundled/NotificationSocket.hpp"
 
 namespace {
 
@@ -25,22 +25,22 @@ bool dispatch(ZatPmcSubscriber& subscriber, unsigned kind, Json::Value& payload)
 
 } // namespace
 
-struct ZatPmcSubscriber::State {
+struct ZatPmcSubscriber::Impl {
     NotificationSocket socket{"PTP management", platform_protocol::kPtpManagementEndpoint};
 };
 
-ZatPmcSubscriber::ZatPmcSubscriber() : state(std::make_unique<State>()) {}
+ZatPmcSubscriber::ZatPmcSubscriber() : impl(std::make_unique<Impl>()) {}
 ZatPmcSubscriber::~ZatPmcSubscriber() = default;
 
 int ZatPmcSubscriber::init(zmq::context_t& context, PollFds& pollFds) {
-    const int code = state->socket.connect(context);
-    return code < 0 ? code : state->socket.addTo(pollFds);
+    const int code = impl->socket.connect(context);
+    return code < 0 ? code : impl->socket.addTo(pollFds);
 }
 
 int ZatPmcSubscriber::subscribeAll() {
     for (const auto kind :
          {ZatPmcPublisher::zat_pmc_status_change, ZatPmcPublisher::zat_pmc_configuration_change}) {
-        if (const int code = state->socket.subscribe(kind); code < 0) {
+        if (const int code = impl->socket.subscribe(kind); code < 0) {
             return code;
         }
     }
@@ -48,10 +48,10 @@ int ZatPmcSubscriber::subscribeAll() {
 }
 
 bool ZatPmcSubscriber::processEvent(const zmq_pollitem_t& item) {
-    if (!state->socket.owns(item)) {
+    if (!impl->socket.owns(item)) {
         return false;
     }
-    state->socket.receive(
+    impl->socket.receive(
         [this](unsigned kind, Json::Value& payload) { return dispatch(*this, kind, payload); });
     return true;
 }

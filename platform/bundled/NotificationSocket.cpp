@@ -1,10 +1,10 @@
-#include "platform/zmq/NotificationSocket.hpp"
+#include "platform/bundled/NotificationSocket.hpp"
 
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/Logger.hpp"
 #include "platform/api/ProcessBasics.hpp"
+#include "platform/bundled/WholeMessage.hpp"
 #include "platform/records/IpcMsg.hpp"
-#include "platform/zmq/WholeMessage.hpp"
 
 #include <charconv>
 #include <exception>

@@ -1,4 +1,4 @@
-#include "platform/zmq/WholeMessage.hpp"
+#include "platform/bundled/WholeMessage.hpp"
 
 namespace whole_message {
 
