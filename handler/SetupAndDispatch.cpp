@@ -48,12 +48,8 @@ bool WebNotifierHandler::processIncomingEvents(const zmq_pollitem_t& item) {
         ipcPreProcessMsg(commandSocket);
         return true;
     }
-    // Several notifications may be waiting.
-    publisher.holdBack();
-    const bool taken = AvmgrSubscriber::processEvent(item) ||
-                       SysmgrSubscriber::processEvent(item) || ZatPmcSubscriber::processEvent(item);
-    publisher.release();
-    return taken;
+    return AvmgrSubscriber::processEvent(item) || SysmgrSubscriber::processEvent(item) ||
+           ZatPmcSubscriber::processEvent(item);
 }
 
 int WebNotifierHandler::checkIfDeviceIdIsDefined() {
@@ -61,8 +57,6 @@ int WebNotifierHandler::checkIfDeviceIdIsDefined() {
         return 0;
     }
     Logger::log(Logger::LOG_LEVEL_INF, "%s:: device id is not defined. asking for it.", __func__);
-    // The answer may take a second.
-    publisher.sendHeld();
     Json::Value reply;
     if (const int code = nmosClient.getDeviceInfo(reply); code < 0) {
         return CHK(code);

@@ -16,16 +16,6 @@ void IpcMsg::Serialize(Json::Value& out) const {
     out[kPayload] = payload;
 }
 
-void IpcMsg::lendTo(Json::Value& out) {
-    out[kCommandId] = commandId;
-    out[kCommandName] = commandName;
-    out[kPayload].swap(payload);
-}
-
-void IpcMsg::takeBack(Json::Value& out) {
-    out[kPayload].swap(payload);
-}
-
 void IpcMsg::Deserialize(Json::Value& in) {
     const Json::Value* id = json_member::find(in, kCommandId);
     if (id == nullptr) {

@@ -19,11 +19,6 @@ public:
     /// Writes the three members; the payload is copied.
     void Serialize(Json::Value& out) const override;
 
-    /// As Serialize, but lends the payload instead of copying it, so that a document of many
-    /// sessions is not copied on its way to the consumers; takeBack returns it.
-    void lendTo(Json::Value& out);
-    void takeBack(Json::Value& out);
-
     /// Reads the three members. "command_id" must be there and be an unsigned 32-bit integer,
     /// otherwise Json::LogicError says so; "command_name" and "payload" may be missing.
     void Deserialize(Json::Value& in) override;

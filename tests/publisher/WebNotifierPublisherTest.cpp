@@ -174,46 +174,6 @@ TEST_F(PublisherTest, TargetIsMatchedByteForByteAndNobodyElseIsSentAnything) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(PublisherTest, HeldBackMessagesAreLoggedAtOnceAndLeaveInOrder) {
-    zmq::socket_t b = consumerAt("inproc://b");
-    zmq::socket_t a = consumerAt("inproc://a");
-    const auto publishText = [this](const std::string& text, const std::string& target) {
-        IpcMsg message;
-        message.payload = text;
-        EXPECT_EQ(publisher->publishMessage(message, target), 0);
-    };
-    const auto nextText = [](zmq::socket_t& consumer) {
-        return parseJson(next(consumer).to_string())["payload"].asString();
-    };
-    publisher->holdBack();
-    EXPECT_EQ(publish(""), 0);
-    publishText("for b", "inproc://b");
-    EXPECT_EQ(log.lines().size(), 3U);
-    EXPECT_FALSE(hasMessage(a));
-    EXPECT_FALSE(hasMessage(b));
-    publisher->sendHeld();
-    EXPECT_EQ(next(a).to_string(), kBody);
-    EXPECT_EQ(next(b).to_string(), kBody);
-    EXPECT_EQ(nextText(b), "for b");
-
-    // It is still held back, until it becomes too much.
-    const std::string half(40'000, 'x');
-    publishText(half, "");
-    EXPECT_FALSE(hasMessage(a));
-    publishText(half, "");
-    publishText("next", "");
-    for (zmq::socket_t* consumer : {&a, &b}) {
-        EXPECT_EQ(nextText(*consumer), half);
-        EXPECT_EQ(nextText(*consumer), half);
-        EXPECT_FALSE(hasMessage(*consumer));
-    }
-    publisher->release();
-    EXPECT_EQ(nextText(a), "next");
-    publishText("at once", "");
-    EXPECT_EQ(nextText(a), "at once");
-    EXPECT_FALSE(hasMessage(a));
-}
-
 TEST_F(PublisherTest, FailedSendIsLoggedForEachConsumerAndEndsNothing) {
     const zmq::socket_t a = consumerAt("inproc://a");
     const zmq::socket_t b = consumerAt("inproc://b");

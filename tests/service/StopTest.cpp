@@ -117,37 +117,6 @@ TEST_F(StopTest, StalledConsumersDoNotHoldItUpAndWhatIsQueuedForALiveOneLeaves) 
     EXPECT_TRUE(text.ends_with("Destroying 4 active connections\n"));
 }
 
-TEST_F(StopTest, BurstLeavesForWhoeverHasRoomAndAStopWaitsForNobody) {
-    startAll();
-    // All of them before the live one in the order of the addresses, and nobody listens there.
-    constexpr int kFirstPort = 101;
-    constexpr int kAbsent = 60;
-    for (int i = 0; i < kAbsent; ++i) {
-        ASSERT_EQ(add("tcp://127.0.0.1:" + std::to_string(kFirstPort + i)), 0);
-    }
-    Consumer live(context);
-    registerAndGreet(live);
-    constexpr int kQueue = 1000;
-    constexpr int kPublished = kQueue + 100;
-    publish(kPublished);
-    // By then the live one's part of the burst has left.
-    ASSERT_TRUE(service->waitForError(kWaits));
-    int received = 0;
-    while (live.receiveText(std::chrono::milliseconds(500))) {
-        ++received;
-    }
-    EXPECT_GE(received, kQueue);
-    EXPECT_LT(received, kPublished);
-    EXPECT_EQ(stop(SIGTERM), 0);
-    const std::string text = service->error();
-    // Each of the absent refuses the rest of the burst; waiting for each refusal would take too
-    // long.
-    EXPECT_EQ(countOf(text, " interrupted\n"),
-              kAbsent * (countOf(text, "Publishing message to socket (" + live.address() + ")") -
-                         kQueue));
-    EXPECT_EQ(countOf(text, "WebNotifierServer:: Main loop interrupted.\n"), 1);
-}
-
 TEST_F(StopTest, TakenPortEndsASecondInstanceAndLeavesTheFirstAlone) {
     startService();
     const auto start = std::chrono::steady_clock::now();

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <list>
 #include <string>
 
 namespace {
@@ -50,69 +49,9 @@ struct NumberedDevice {
     }
 };
 
-/// Whatever else may be bound where a consumer should be: each answers, none takes messages.
-void somethingElseAnswers(const Report& report) {
-    NumberedDevice device;
-    const zmq::socket_type kinds[] = {zmq::socket_type::push, zmq::socket_type::router,
-                                      zmq::socket_type::dealer, zmq::socket_type::sub,
-                                      zmq::socket_type::rep};
-    std::list<zmq::socket_t> others;
-    std::string address;
-    for (const zmq::socket_type kind : kinds) {
-        zmq::socket_t& other = others.emplace_back(device.context, kind);
-        other.set(zmq::sockopt::linger, 0);
-        other.bind("tcp://127.0.0.1:*");
-        address = other.get(zmq::sockopt::last_endpoint);
-        require(device.service.addRemote(address) == 0, "whether anybody listens plays no part");
-    }
-    // Some of them are taken for consumers that are not there yet: three queues' worth.
-    constexpr int kMessages = 3000;
-    require(device.sendThrough(kMessages), "what is no consumer holds nobody up");
-    require(device.service.removeRemote(address) == 0, "commands go on");
-    report.figure("messages past addresses where no consumer answers", device.sent);
-    report.figure("stop", device.service.stop().count(), "ms");
-}
-
-/// A consumer that has read more than a queue holds gives way to something else, and comes back.
-void somethingElseTakesOver(const Report& report) {
-    constexpr int kMessages = 1500;
-    NumberedDevice device;
-    NumberedConsumer usurped(device.context);
-    require(device.service.addRemote(usurped.address()) == 0, "a consumer is registered");
-    require(device.sendThrough(kMessages), "messages reach a consumer that reads");
-    require(usurped.readUpTo(device.sent - 1, kPatienceMs), "every message arrives");
-
-    usurped.goAway();
-    {
-        zmq::socket_t usurper(device.context, zmq::socket_type::sub);
-        usurper.set(zmq::sockopt::linger, 0);
-        bindPatiently(usurper, usurped.address());
-        const std::string line = usurped.address() + " was not taken for a consumer";
-        const auto end = Clock::now() + std::chrono::milliseconds(kPatienceMs);
-        while (countOf(device.service.process().error(), line) == 0) {
-            require(Clock::now() < end, "the log names what is no consumer");
-            require(device.sendThrough(1), "what is no consumer holds nobody up");
-        }
-    }
-    const std::int64_t before = usurped.last();
-    usurped.comeBack();
-    const auto end = Clock::now() + std::chrono::milliseconds(kPatienceMs);
-    while (usurped.last() == before) {
-        require(Clock::now() < end, "a consumer that takes its address back is told again");
-        require(device.sendThrough(1), "a consumer that returns holds nobody up");
-        usurped.readAll();
-    }
-    require(usurped.readUpTo(device.sent - 1, kPatienceMs), "every message from then on arrives");
-    report.figure("messages past a consumer that another took the place of", device.sent);
-    report.figure("stop", device.service.stop().count(), "ms");
-}
-
 } // namespace
 
 void consumersVanish(const Report& report, Form form) {
-    somethingElseAnswers(report);
-    somethingElseTakesOver(report);
-
     const int rounds = form == Form::full ? 50 : 5;
     constexpr int kMessages = 400;
     NumberedDevice device;
