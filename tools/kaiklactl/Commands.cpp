@@ -1,8 +1,8 @@
 #include "tools/kaiklactl/Commands.hpp"
 
 #include "platform/records/JsonText.hpp"
+#include "tools/client/ServiceConnection.hpp"
 #include "tools/kaiklactl/Failure.hpp"
-#include "tools/kaiklactl/OneTimeRequest.hpp"
 #include "tools/kaiklactl/StatusReport.hpp"
 #include "tools/kaiklactl/TerminalText.hpp"
 
@@ -35,22 +35,23 @@ std::string statusText(const Options& options, Json::Value document) {
 }
 
 std::string run(const Options& options, zmq::context_t& context) {
-    const Service service{options.server, options.timeout};
+    const client::Service service{options.server, options.timeout};
     const auto ask = [&](WebNotifierCommand::webnotifier_command_id_t command,
                          const Json::Value& payload = Json::Value()) {
-        return request(context, service, command, payload);
+        return client::request(context, service, command, payload);
     };
     switch (options.action) {
     case Options::Action::add:
-        ask(WebNotifierCommand::add_remote_info_consumer, consumerPayload(options.address));
+        ask(WebNotifierCommand::add_remote_info_consumer, client::consumerPayload(options.address));
         return printable(options.address).text + " is registered.\n";
     case Options::Action::remove:
-        ask(WebNotifierCommand::remove_remote_info_consumer, consumerPayload(options.address));
+        ask(WebNotifierCommand::remove_remote_info_consumer,
+            client::consumerPayload(options.address));
         return printable(options.address).text + " is not registered any more.\n";
     case Options::Action::list: {
         std::string lines;
         for (const std::string& address :
-             registeredConsumers(ask(WebNotifierCommand::get_server_list))) {
+             client::registeredConsumers(ask(WebNotifierCommand::get_server_list))) {
             lines += printable(address).text + '\n';
         }
         return lines;
@@ -65,7 +66,7 @@ std::string run(const Options& options, zmq::context_t& context) {
 void runCommand(const Options& options, zmq::context_t& context) {
     std::cout << run(options, context) << std::flush;
     if (!std::cout) {
-        throw Failure(ExitStatus::output, "the output cannot be written.");
+        throw std::runtime_error("the output cannot be written.");
     }
 }
 

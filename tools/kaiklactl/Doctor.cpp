@@ -2,13 +2,13 @@
 
 #include "platform/PlatformProtocol.hpp"
 #include "platform/records/JsonMember.hpp"
-#include "tools/kaiklactl/ListeningConsumer.hpp"
+#include "tools/client/Address.hpp"
+#include "tools/client/Failure.hpp"
+#include "tools/client/ListeningConsumer.hpp"
+#include "tools/client/ServiceConnection.hpp"
+#include "tools/client/Waiting.hpp"
 #include "tools/kaiklactl/Notice.hpp"
-#include "tools/kaiklactl/OneTimeRequest.hpp"
-#include "tools/kaiklactl/OwnAddress.hpp"
-#include "tools/kaiklactl/Reachability.hpp"
 #include "tools/kaiklactl/Table.hpp"
-#include "tools/kaiklactl/Waiting.hpp"
 #include "tools/kaiklactl/Wording.hpp"
 
 #include <algorithm>
@@ -59,12 +59,12 @@ private:
 /// A consumer that is on the service's list for as long as the object lives.
 class TemporaryRegistration {
 public:
-    TemporaryRegistration(zmq::context_t& zmqContext, const Service& itsService,
+    TemporaryRegistration(zmq::context_t& zmqContext, const client::Service& itsService,
                           std::string consumer, StopSignals& stop)
         : context(zmqContext), service(itsService), address(std::move(consumer)) {
         try {
-            request(context, service, WebNotifierCommand::add_remote_info_consumer,
-                    consumerPayload(address), &stop);
+            client::request(context, service, WebNotifierCommand::add_remote_info_consumer,
+                            client::consumerPayload(address), &stop);
         } catch (...) {
             // The request may be on its way all the same.
             remove();
@@ -80,15 +80,15 @@ public:
 private:
     void remove() noexcept {
         try {
-            request(context, service, WebNotifierCommand::remove_remote_info_consumer,
-                    consumerPayload(address));
+            client::request(context, service, WebNotifierCommand::remove_remote_info_consumer,
+                            client::consumerPayload(address));
         } catch (const std::exception& error) {
             notice(address + " may still be registered: " + error.what());
         }
     }
 
     zmq::context_t& context;
-    const Service& service;
+    const client::Service& service;
     const std::string address;
 };
 
@@ -100,10 +100,10 @@ public:
 
     ExitStatus run() {
         try {
-            const auto start = Clock::now();
-            consumers = registeredConsumers(ask(WebNotifierCommand::get_server_list));
+            const auto start = client::Clock::now();
+            consumers = client::registeredConsumers(ask(WebNotifierCommand::get_server_list));
             report.ok("service", "answers at " + service.endpoint + " after " + since(start) + ".");
-        } catch (const NoAnswer& failure) {
+        } catch (const client::NoAnswer& failure) {
             report.fault("service",
                          failure.what() + std::string(" Start it (systemctl start kaikla), look at "
                                                       "its log, or name its endpoint with "
@@ -120,11 +120,11 @@ public:
 
 private:
     Json::Value ask(WebNotifierCommand::webnotifier_command_id_t command) {
-        return request(context, service, command, Json::Value(), &stop);
+        return client::request(context, service, command, Json::Value(), &stop);
     }
 
-    static std::string since(Clock::time_point start) {
-        const auto span = Clock::now() - start;
+    static std::string since(client::Clock::time_point start) {
+        const auto span = client::Clock::now() - start;
         return std::to_string(std::chrono::ceil<milliseconds>(span).count()) + " ms";
     }
 
@@ -144,7 +144,7 @@ private:
     void reportDeviceId(const OwnConsumer& own);
 
     const Options& options;
-    const Service service;
+    const client::Service service;
     zmq::context_t& context;
     StopSignals& stop;
     Report report;
@@ -184,30 +184,30 @@ void Doctor::checkReachability() {
 
 void Doctor::checkReachability(const std::string& address) {
     constexpr const char* kSubject = "reachable";
-    if (isLoopback(address) && !isLoopback(service.endpoint)) {
+    if (client::isLoopback(address) && !client::isLoopback(service.endpoint)) {
         report.note(kSubject, address +
                                   " is the device's own loopback address: it is of use only "
                                   "to a consumer on the device, and cannot be tried from "
                                   "here. A consumer elsewhere must register its own address.");
         return;
     }
-    switch (tryConnecting(context, address, service.timeout, stop)) {
-    case Reachability::consumer:
+    switch (client::tryConnecting(context, address, service.timeout, stop)) {
+    case client::Reachability::consumer:
         report.ok(kSubject, "a consumer listens at " + address + ", seen from here.");
         break;
-    case Reachability::stranger:
+    case client::Reachability::stranger:
         report.fault(kSubject, "something listens at " + address +
                                    ", but it does not take messages "
                                    "as a ZeroMQ PULL socket does. "
                                    "Look at what has this port.");
         break;
-    case Reachability::nobody:
+    case client::Reachability::nobody:
         report.fault(kSubject, "nobody accepts connections at " + address +
                                    " from here. Start the "
                                    "consumer, or look at the "
                                    "firewall of its machine.");
         break;
-    case Reachability::invalid:
+    case client::Reachability::invalid:
         report.fault(kSubject, address + " is no address to connect to. It must look like "
                                          "tcp://192.0.2.10:7000.");
         break;
@@ -219,9 +219,9 @@ void Doctor::checkMessages() {
     OwnConsumer own;
     try {
         own = tryOwnConsumer();
-    } catch (const NoAnswer&) {
+    } catch (const client::NoAnswer&) {
         throw;
-    } catch (const Failure& failure) {
+    } catch (const client::Failure& failure) {
         report.fault(kSubject,
                      std::string("a consumer of this check is refused: ") + failure.what());
         return;
@@ -243,20 +243,18 @@ void Doctor::checkMessages() {
 
 /// Registers a consumer of its own, which gets the whole status at once, and waits for that.
 Doctor::OwnConsumer Doctor::tryOwnConsumer() {
-    ListeningConsumer consumer(context, "", service.endpoint);
+    client::ListeningConsumer consumer(context, "", service.endpoint);
     OwnConsumer own;
     own.address = consumer.address();
-    const auto start = Clock::now();
+    const auto start = client::Clock::now();
     const TemporaryRegistration registration(context, service, own.address, stop);
     const Json::Value document = ask(WebNotifierCommand::get_device_status)["status"];
     own.deviceId = json_member::text(document, "device_id");
     // Without an id a message comes only from a node that answers and names none: soon or never.
     const milliseconds limit = own.deviceId.empty() ? kConnectLimit : service.timeout;
-    std::array<zmq_pollitem_t, 2> items = {consumer.messageItem(), pollItem(stop)};
-    waitFor(items, Clock::now() + limit);
-    if (const int signal = stop.take(); signal != 0) {
-        throw Interrupted{signal};
-    }
+    std::array<zmq_pollitem_t, 2> items = {consumer.messageItem(), client::pollItem(stop)};
+    client::waitFor(items, client::Clock::now() + limit);
+    client::throwIfStopped(stop);
     if (consumer.receive()) {
         own.messageAfter = since(start);
     }

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <stdexcept>
-#include <string>
-
 namespace kaiklactl {
 
 /// What the program's exit status tells a script.
@@ -16,27 +13,6 @@ enum class ExitStatus {
     noAnswer = 3,
     /// What there was to say could not be written.
     output = 4,
-};
-
-/// Ends the program: one sentence for standard error and the exit status that goes with it. The
-/// sentence may hold text from the network; whoever prints it makes it printable.
-class Failure : public std::runtime_error {
-public:
-    Failure(ExitStatus exitStatus, const std::string& sentence)
-        : std::runtime_error(sentence), status(exitStatus) {}
-
-    ExitStatus status;
-};
-
-/// A service that has not answered.
-class NoAnswer : public Failure {
-public:
-    explicit NoAnswer(const std::string& sentence) : Failure(ExitStatus::noAnswer, sentence) {}
-};
-
-/// Thrown when a signal ends a wait.
-struct Interrupted {
-    int signal;
 };
 
 } // namespace kaiklactl

@@ -1,14 +1,12 @@
 #include "tools/kaiklactl/MessageLine.hpp"
 
 #include "platform/records/IpcMsg.hpp"
+#include "tools/client/ServiceConnection.hpp"
 #include "tools/kaiklactl/TerminalText.hpp"
-
-#include <json/reader.h>
 
 #include <algorithm>
 #include <ctime>
 #include <iomanip>
-#include <memory>
 #include <sstream>
 
 namespace kaiklactl {
@@ -34,26 +32,12 @@ std::string column(const std::string& kind) {
 
 } // namespace
 
-Json::Value readObject(std::string_view text) {
-    static const std::unique_ptr<Json::CharReader> reader(
-        Json::CharReaderBuilder().newCharReader());
-    Json::Value object;
-    std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &object, &errors)) {
-        throw Json::RuntimeError("not JSON");
-    }
-    if (!object.isObject()) {
-        throw Json::RuntimeError("not a JSON object");
-    }
-    return object;
-}
-
 std::string messageLine(std::string_view frame, std::chrono::system_clock::time_point time,
                         StatusHistory& history) {
     std::string kind = "malformed";
     std::string words;
     try {
-        Json::Value json = readObject(frame);
+        Json::Value json = client::readObject(frame);
         IpcMsg message;
         message.Deserialize(json);
         words = history.take(message);

@@ -1,9 +1,9 @@
 #include "tools/kaiklactl/Watch.hpp"
 
 #include "platform/records/JsonText.hpp"
+#include "tools/client/Waiting.hpp"
 #include "tools/kaiklactl/MessageLine.hpp"
 #include "tools/kaiklactl/Notice.hpp"
-#include "tools/kaiklactl/Waiting.hpp"
 #include "tools/kaiklactl/Wording.hpp"
 
 #include <unistd.h>
@@ -48,15 +48,15 @@ ExitStatus Watch::run() {
     }
     noteLeftOut();
     if (output.error() != 0) {
-        throw Failure(ExitStatus::output, std::string("the output cannot be written: ") +
-                                              std::strerror(output.error()));
+        throw std::runtime_error(std::string("the output cannot be written: ") +
+                                 std::strerror(output.error()));
     }
     return status;
 }
 
 void Watch::enter(Phase next, std::optional<milliseconds> limit) {
     phase = next;
-    deadline = limit ? std::optional(Clock::now() + *limit) : std::nullopt;
+    deadline = limit ? std::optional(client::Clock::now() + *limit) : std::nullopt;
 }
 
 void Watch::connect() {
@@ -67,9 +67,9 @@ void Watch::connect() {
 void Watch::wait() {
     std::array<zmq_pollitem_t, 6> items = {consumer.messageItem(),  consumer.stateItem(),
                                            connection->replyItem(), connection->stateItem(),
-                                           pollItem(stop),          output.pollItem()};
+                                           client::pollItem(stop),  output.pollItem()};
     // A closed output would be reported again and again while this consumer takes itself out.
-    waitFor({items.data(), items.size() - (output.closed() ? 1 : 0)}, deadline);
+    client::waitFor({items.data(), items.size() - (output.closed() ? 1 : 0)}, deadline);
     if (!output.closed()) {
         output.proceed(items.back().revents);
     }
@@ -114,7 +114,7 @@ void Watch::printMessage(const std::string& frame) {
         output.add(messageLine(frame, std::chrono::system_clock::now(), history));
     } else {
         try {
-            output.add(toCompactJson(readObject(frame)));
+            output.add(toCompactJson(client::readObject(frame)));
         } catch (const Json::Exception& error) {
             notice(std::string("a message is left out: it is ") + error.what() + ".");
             return;
@@ -127,12 +127,12 @@ void Watch::printMessage(const std::string& frame) {
 }
 
 void Watch::takeReplies() {
-    while (const std::optional<Reply> reply = connection->receive()) {
+    while (const std::optional<client::Reply> reply = connection->receive()) {
         takeReply(*reply);
     }
 }
 
-void Watch::takeReply(const Reply& reply) {
+void Watch::takeReply(const client::Reply& reply) {
     if (phase == Phase::registering &&
         reply.command == WebNotifierCommand::add_remote_info_consumer) {
         if (reply.result < 0) {
@@ -146,7 +146,7 @@ void Watch::takeReply(const Reply& reply) {
         wasRegistered = true;
         enter(Phase::watching, hasMessage ? std::nullopt : std::optional(kFirstMessageLimit));
     } else if (phase == Phase::checking && reply.command == WebNotifierCommand::get_server_list) {
-        const std::vector<std::string> consumers = registeredConsumers(reply.payload);
+        const std::vector<std::string> consumers = client::registeredConsumers(reply.payload);
         if (std::find(consumers.begin(), consumers.end(), address) != consumers.end()) {
             enter(Phase::watching);
             return;
@@ -179,16 +179,16 @@ void Watch::takeConnectionState() {
         }
     }
     switch (connection->update()) {
-    case ServiceConnection::State::connected:
+    case client::ServiceConnection::State::connected:
         if (phase == Phase::connecting) {
             hasMessage = false;
             connection->send(WebNotifierCommand::add_remote_info_consumer,
-                             consumerPayload(address));
+                             client::consumerPayload(address));
             enter(Phase::registering,
                   wasRegistered ? std::nullopt : std::optional(service.timeout));
         }
         break;
-    case ServiceConnection::State::lost:
+    case client::ServiceConnection::State::lost:
         if (phase == Phase::removing || phase == Phase::draining) {
             // The registration has gone with the service.
             beginFlushing();
@@ -211,16 +211,17 @@ void Watch::takeSignal() {
 }
 
 void Watch::takeDeadline() {
-    if (!deadline || Clock::now() < *deadline) {
+    if (!deadline || client::Clock::now() < *deadline) {
         return;
     }
     switch (phase) {
     case Phase::registering:
         // The service may still come to the request, after this consumer has gone.
-        connection->send(WebNotifierCommand::remove_remote_info_consumer, consumerPayload(address));
+        connection->send(WebNotifierCommand::remove_remote_info_consumer,
+                         client::consumerPayload(address));
         [[fallthrough]];
     case Phase::connecting:
-        notice(noAnswerSentence(service, connection->update()));
+        notice(client::noAnswerSentence(service, connection->update()));
         status = ExitStatus::noAnswer;
         enter(Phase::ended);
         break;
@@ -232,7 +233,7 @@ void Watch::takeDeadline() {
         enter(Phase::watching);
         break;
     case Phase::removing:
-        notice(noAnswerSentence(service, connection->update()) + " " + address +
+        notice(client::noAnswerSentence(service, connection->update()) + " " + address +
                " may still be registered: \"kaiklactl remove " + address + "\".");
         status = ExitStatus::noAnswer;
         beginFlushing();
@@ -254,7 +255,8 @@ void Watch::finish() {
     case Phase::registering:
     case Phase::watching:
     case Phase::checking:
-        connection->send(WebNotifierCommand::remove_remote_info_consumer, consumerPayload(address));
+        connection->send(WebNotifierCommand::remove_remote_info_consumer,
+                         client::consumerPayload(address));
         enter(Phase::removing, service.timeout);
         break;
     default:

@@ -1,13 +1,12 @@
 #pragma once
 
+#include "tools/client/ListeningConsumer.hpp"
+#include "tools/client/ServiceConnection.hpp"
+#include "tools/client/Waiting.hpp"
 #include "tools/kaiklactl/CommandLine.hpp"
 #include "tools/kaiklactl/Failure.hpp"
 #include "tools/kaiklactl/LineOutput.hpp"
-#include "tools/kaiklactl/ListeningConsumer.hpp"
-#include "tools/kaiklactl/OneTimeRequest.hpp"
-#include "tools/kaiklactl/ServiceConnection.hpp"
 #include "tools/kaiklactl/StatusHistory.hpp"
-#include "tools/kaiklactl/Waiting.hpp"
 #include "tools/signals/StopSignals.hpp"
 
 #include <zmq.hpp>
@@ -56,7 +55,7 @@ private:
     void takeMessages();
     void printMessage(const std::string& frame);
     void takeReplies();
-    void takeReply(const Reply& reply);
+    void takeReply(const client::Reply& reply);
     void takeConnectionState();
     void takeOutputState();
     void noteLeftOut();
@@ -70,17 +69,17 @@ private:
     bool hasEnough() const;
 
     const Options& options;
-    const Service service;
+    const client::Service service;
     zmq::context_t& context;
     StopSignals& stop;
     LineOutput output;
-    ListeningConsumer consumer;
+    client::ListeningConsumer consumer;
     const std::string address;
-    std::optional<ServiceConnection> connection;
+    std::optional<client::ServiceConnection> connection;
     StatusHistory history;
 
     Phase phase = Phase::connecting;
-    std::optional<Clock::time_point> deadline;
+    std::optional<client::Clock::time_point> deadline;
     /// Whether the service has ever registered this consumer.
     bool wasRegistered = false;
     /// Whether a message has come since it did so last.

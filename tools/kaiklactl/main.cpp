@@ -1,3 +1,5 @@
+#include "tools/client/Failure.hpp"
+#include "tools/client/Waiting.hpp"
 #include "tools/kaiklactl/CommandLine.hpp"
 #include "tools/kaiklactl/Commands.hpp"
 #include "tools/kaiklactl/Doctor.hpp"
@@ -39,6 +41,11 @@ kaiklactl::ExitStatus run(const kaiklactl::Options& options) {
     }
 }
 
+int failed(const std::exception& why, kaiklactl::ExitStatus status) {
+    kaiklactl::notice(why.what());
+    return static_cast<int>(status);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -50,10 +57,13 @@ int main(int argc, char** argv) {
     }
     try {
         return static_cast<int>(run(*options));
-    } catch (const kaiklactl::Failure& failure) {
-        kaiklactl::notice(failure.what());
-        return static_cast<int>(failure.status);
-    } catch (const kaiklactl::Interrupted& interrupted) {
+    } catch (const client::BadEndpoint& failure) {
+        return failed(failure, kaiklactl::ExitStatus::usage);
+    } catch (const client::Refused& failure) {
+        return failed(failure, kaiklactl::ExitStatus::refused);
+    } catch (const client::NoAnswer& failure) {
+        return failed(failure, kaiklactl::ExitStatus::noAnswer);
+    } catch (const client::Interrupted& interrupted) {
         constexpr int kSignalled = 128;
         return kSignalled + interrupted.signal;
     } catch (const Json::Exception& error) {
@@ -61,7 +71,6 @@ int main(int argc, char** argv) {
                           error.what());
         return static_cast<int>(kaiklactl::ExitStatus::noAnswer);
     } catch (const std::exception& error) {
-        kaiklactl::notice(error.what());
-        return static_cast<int>(kaiklactl::ExitStatus::output);
+        return failed(error, kaiklactl::ExitStatus::output);
     }
 }

@@ -1,6 +1,7 @@
 #include "tools/kaiklactl/MessageLine.hpp"
 
 #include "platform/records/JsonText.hpp"
+#include "tools/client/ServiceConnection.hpp"
 
 #include <gmock/gmock.h>
 
@@ -14,7 +15,7 @@ using testing::Not;
 namespace {
 
 Json::Value parsed(const std::string& text) {
-    return kaiklactl::readObject(text);
+    return client::readObject(text);
 }
 
 /// A consumer that has the whole status and then gets changed versions of it.

@@ -1,6 +1,7 @@
 #include "tools/kaiklactl/StatusReport.hpp"
 
 #include "tools/kaiklactl/MessageLine.hpp"
+#include "tools/client/ServiceConnection.hpp"
 #include "tools/kaiklactl/TerminalText.hpp"
 
 #include <gmock/gmock.h>
@@ -11,7 +12,7 @@ using testing::HasSubstr;
 namespace {
 
 WebNotifierDeviceStatus statusOf(const std::string& json) {
-    Json::Value document = kaiklactl::readObject(json);
+    Json::Value document = client::readObject(json);
     WebNotifierDeviceStatus status;
     status.Deserialize(document);
     return status;

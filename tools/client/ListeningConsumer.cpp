@@ -1,14 +1,14 @@
-#include "tools/kaiklactl/ListeningConsumer.hpp"
+#include "tools/client/ListeningConsumer.hpp"
 
-#include "tools/kaiklactl/Failure.hpp"
-#include "tools/kaiklactl/OwnAddress.hpp"
+#include "tools/client/Address.hpp"
+#include "tools/client/Failure.hpp"
 
 #include <cstdint>
 
-namespace kaiklactl {
+namespace client {
 namespace {
 
-/// Far above any status document; keeps a stranger from filling the memory with one frame.
+/// Far above any status document. Bounds what one frame of a stranger can take.
 constexpr std::int64_t kMaxMessageBytes = std::int64_t{64} * 1024 * 1024;
 
 constexpr const char* kAnyAddress = "tcp://0.0.0.0:";
@@ -27,8 +27,8 @@ ListeningConsumer::ListeningConsumer(zmq::context_t& context, const std::string&
         socket.bind(endpoint);
         ownAddress = socket.get(zmq::sockopt::last_endpoint);
     } catch (const zmq::error_t& error) {
-        throw Failure(ExitStatus::usage, "cannot listen on " + endpoint + ": " + error.what() +
-                                             "; an endpoint looks like tcp://192.0.2.10:7000.");
+        throw BadEndpoint("cannot listen on " + endpoint + ": " + error.what() +
+                          "; an endpoint looks like tcp://192.0.2.10:7000.");
     }
     // Nobody can connect to "any address".
     if (const std::string any = kAnyAddress; ownAddress.compare(0, any.size(), any) == 0) {
@@ -65,4 +65,4 @@ bool ListeningConsumer::lostConnection() {
     }
 }
 
-} // namespace kaiklactl
+} // namespace client

@@ -2,7 +2,7 @@
 
 #include <zmq.hpp>
 
-namespace kaiklactl {
+namespace client {
 
 /// Tells when a socket's connections come and go. Must be destroyed before the socket.
 class ConnectionMonitor {
@@ -11,9 +11,9 @@ public:
         none,
         /// An attempt to connect has failed; the library makes another one.
         refused,
-        /// The TCP connection stands; the other side has yet to show that it speaks ZMTP.
+        /// The peer has accepted the connection; the ZMTP handshake is still to come.
         accepted,
-        /// A connection stands and both sides understand each other.
+        /// The handshake has succeeded.
         connected,
         disconnected,
     };
@@ -27,7 +27,7 @@ public:
 
     zmq_pollitem_t pollItem() { return {events.handle(), -1, ZMQ_POLLIN, 0}; }
 
-    /// The next event that has happened, none when there is no further one.
+    /// The next event, none when there is no further one.
     Event take();
 
 private:
@@ -35,4 +35,4 @@ private:
     zmq::socket_t events;
 };
 
-} // namespace kaiklactl
+} // namespace client

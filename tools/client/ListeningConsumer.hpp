@@ -1,31 +1,31 @@
 #pragma once
 
-#include "tools/kaiklactl/ConnectionMonitor.hpp"
+#include "tools/client/ConnectionMonitor.hpp"
 
 #include <zmq.hpp>
 
 #include <optional>
 #include <string>
 
-namespace kaiklactl {
+namespace client {
 
 /// A consumer of this program's own: a PULL socket that the service connects to.
 class ListeningConsumer {
 public:
-    /// Binds to `bindEndpoint`; an empty one means a free port of the address that this machine has
-    /// towards `server`, which is the loopback address for a service on this machine. Throws
-    /// Failure when that cannot be done.
+    /// Binds to `bindEndpoint`. An empty one means a free port of the address that this machine has
+    /// towards `server`: the loopback address for a service on this machine. Throws BadEndpoint
+    /// when that cannot be done.
     ListeningConsumer(zmq::context_t& context, const std::string& bindEndpoint,
                       const std::string& server);
 
-    /// The address to register, one that the service at `server` can connect to.
+    /// The address to register: the service at `server` can connect to it.
     const std::string& address() const { return ownAddress; }
 
     zmq_pollitem_t messageItem() { return {socket.handle(), -1, ZMQ_POLLIN, 0}; }
     zmq_pollitem_t stateItem() { return monitor->pollItem(); }
 
-    /// The next message, without waiting; nothing when none has come. A message of several frames,
-    /// which the service never sends, comes as an empty text.
+    /// The next message, nothing when none has come. A message of several frames, which the service
+    /// never sends, comes as an empty text.
     std::optional<std::string> receive();
 
     /// Whether a connection has been closed since the last call.
@@ -37,4 +37,4 @@ private:
     std::string ownAddress;
 };
 
-} // namespace kaiklactl
+} // namespace client

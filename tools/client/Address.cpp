@@ -1,4 +1,7 @@
-#include "tools/kaiklactl/OwnAddress.hpp"
+#include "tools/client/Address.hpp"
+
+#include "tools/client/ConnectionMonitor.hpp"
+#include "tools/client/Waiting.hpp"
 
 #include <arpa/inet.h>
 #include <netdb.h>
@@ -11,7 +14,7 @@
 #include <optional>
 #include <string_view>
 
-namespace kaiklactl {
+namespace client {
 namespace {
 
 constexpr const char* kLoopback = "127.0.0.1";
@@ -42,8 +45,7 @@ std::string ownAddressTowards(const std::string& endpoint) {
     if (!host) {
         return kLoopback;
     }
-    // Connecting a datagram socket sends nothing; it only makes the kernel choose a route. Any port
-    // but 0 will do.
+    // Connecting a datagram socket only makes the kernel choose a route. Any port but 0 does.
     constexpr std::uint16_t kDiscardPort = 9;
     host->sin_port = htons(kDiscardPort);
     const int descriptor = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -64,4 +66,36 @@ bool isLoopback(const std::string& endpoint) {
     return host && (ntohl(host->sin_addr.s_addr) >> IN_CLASSA_NSHIFT) == IN_LOOPBACKNET;
 }
 
-} // namespace kaiklactl
+Reachability tryConnecting(zmq::context_t& context, const std::string& address,
+                           std::chrono::milliseconds limit, StopSignals& stop) {
+    const auto deadline = Clock::now() + limit;
+    zmq::socket_t socket(context, zmq::socket_type::push);
+    socket.set(zmq::sockopt::linger, 0);
+    ConnectionMonitor monitor(context, socket);
+    try {
+        socket.connect(address);
+    } catch (const zmq::error_t&) {
+        return Reachability::invalid;
+    }
+    Reachability found = Reachability::nobody;
+    std::array<zmq_pollitem_t, 2> items = {monitor.pollItem(), pollItem(stop)};
+    while (Clock::now() < deadline) {
+        waitFor(items, deadline);
+        throwIfStopped(stop);
+        switch (monitor.take()) {
+        case ConnectionMonitor::Event::none:
+            break;
+        case ConnectionMonitor::Event::accepted:
+            found = Reachability::stranger;
+            break;
+        case ConnectionMonitor::Event::connected:
+            return Reachability::consumer;
+        case ConnectionMonitor::Event::refused:
+        case ConnectionMonitor::Event::disconnected:
+            return found;
+        }
+    }
+    return found;
+}
+
+} // namespace client

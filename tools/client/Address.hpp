@@ -7,7 +7,15 @@
 #include <chrono>
 #include <string>
 
-namespace kaiklactl {
+namespace client {
+
+/// The IPv4 address from which this machine reaches the host of a "tcp://host:port" endpoint:
+/// 127.0.0.1 for one on this machine, and when the host cannot be found.
+std::string ownAddressTowards(const std::string& endpoint);
+
+/// Whether a "tcp://host:port" endpoint names the loopback network, which only its own machine
+/// can reach.
+bool isLoopback(const std::string& endpoint);
 
 /// What the service would meet at a consumer's address.
 enum class Reachability {
@@ -17,13 +25,13 @@ enum class Reachability {
     stranger,
     /// Nothing that accepts a connection from this machine.
     nobody,
-    /// The address is none.
+    /// Not an address that can be connected to.
     invalid,
 };
 
 /// Connects to `address` from this machine, as the service does, sends nothing and closes the
-/// connection. A refusal is known at once; silence takes `limit`. A signal ends it: Interrupted.
+/// connection. A refusal is known at once; silence takes `limit`. A signal throws Interrupted.
 Reachability tryConnecting(zmq::context_t& context, const std::string& address,
                            std::chrono::milliseconds limit, StopSignals& stop);
 
-} // namespace kaiklactl
+} // namespace client

@@ -1,13 +1,13 @@
-#include "tools/kaiklactl/Waiting.hpp"
+#include "tools/client/Waiting.hpp"
 
 #include <algorithm>
 #include <cerrno>
 
-namespace kaiklactl {
+namespace client {
 
 void waitFor(std::span<zmq_pollitem_t> items, std::optional<Clock::time_point> deadline) {
-    constexpr long kForEver = -1;
-    long timeoutMs = kForEver;
+    constexpr long kNoLimit = -1;
+    long timeoutMs = kNoLimit;
     if (deadline) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
         timeoutMs = static_cast<long>(std::max(left.count(), std::chrono::milliseconds::rep{0}));
@@ -19,4 +19,10 @@ void waitFor(std::span<zmq_pollitem_t> items, std::optional<Clock::time_point> d
     }
 }
 
-} // namespace kaiklactl
+void throwIfStopped(StopSignals& stop) {
+    if (const int signal = stop.take(); signal != 0) {
+        throw Interrupted{signal};
+    }
+}
+
+} // namespace client

@@ -1,10 +1,10 @@
-#include "tools/kaiklactl/ConnectionMonitor.hpp"
+#include "tools/client/ConnectionMonitor.hpp"
 
 #include <cstdint>
 #include <cstring>
 #include <string>
 
-namespace kaiklactl {
+namespace client {
 namespace {
 
 std::string freshEndpoint() {
@@ -52,4 +52,4 @@ ConnectionMonitor::Event ConnectionMonitor::take() {
     }
 }
 
-} // namespace kaiklactl
+} // namespace client
