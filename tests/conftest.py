@@ -1,0 +1,70 @@
+"""Options and fixtures of every test.
+
+The programs come from KAIKLA_BIN (build/bin), KAIKLA_LAUNCHER stands before each start of the
+service (valgrind ...), KAIKLA_SLOW multiplies every limit in time.
+"""
+
+import shlex
+import subprocess
+import sys
+
+import pytest
+
+import peers
+
+# The ports are fixed, but a network namespace has its own: one for each worker.
+_LOOPBACK_UP = "ip link set lo up; exec \"$@\""
+_NAMESPACES = [
+    ["unshare", *kind, "sh", "-c", _LOOPBACK_UP, "sh"] for kind in (["-n"], ["-r", "-n"])
+]
+
+
+def _namespace():
+    """The command that gives a process a loopback to itself; None where that is refused."""
+    for command in _NAMESPACES:
+        if subprocess.run([*command, "true"], capture_output=True).returncode == 0:
+            return command
+    return None
+
+
+def pytest_addoption(parser):
+    parser.addoption("--full", action="store_true", help="the long form: floods and a long run")
+
+
+@pytest.hookimpl(tryfirst=True)
+def pytest_cmdline_main(config):
+    if config.option.numprocesses and _namespace() is None:
+        print("Network namespaces are refused: one worker.", file=sys.stderr)
+        config.option.numprocesses = 1
+
+
+@pytest.hookimpl(optionalhook=True)
+def pytest_xdist_setupnodes(specs):
+    namespace = _namespace()
+    for spec in specs:
+        spec.python = shlex.join([*(namespace or []), sys.executable])
+
+
+def pytest_terminal_summary(terminalreporter):
+    """The figures that tests recorded with record_property."""
+    for report in terminalreporter.getreports("passed"):
+        for name, value in report.user_properties:
+            terminalreporter.write_line(f"{name:70} {value}")
+
+
+@pytest.fixture
+def full(request):
+    """Whether the long form is wanted."""
+    return request.config.getoption("--full")
+
+
+@pytest.fixture
+def device():
+    with peers.Device() as played:
+        yield played
+
+
+@pytest.fixture
+def service():
+    with peers.Service() as running:
+        yield running

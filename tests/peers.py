@@ -1,0 +1,522 @@
+"""The world around kaikla: the running service, a played device, consumers and clients.
+
+    with Device() as device, Service() as service:         # both are fixtures, too
+        consumer = service.consumer()                      # bound, registered and greeted
+        device.send(SESSION, 1003, {"id": 1, "device_id": "dev"})  # waits for the subscription
+        assert consumer.receive()["payload"]["id"] == 1    # validated against its schema
+        assert service.request(3)["payload"] == {"remote": [consumer.address]}
+        service.wait_line("INF avmgrNotifyUpdateSessionStatusEvent:: session 1")
+        device.node.answer("other id", delay=0.5)          # None: silent; bytes: a raw frame
+        service.stop()                                     # SIGTERM; its exit status must be 0
+
+Program paths, the launcher and the slowness come from the environment; see conftest.py.
+"""
+
+import itertools
+import json
+import os
+import pathlib
+import re
+import shlex
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+import zmq
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+BIN = pathlib.Path(os.environ.get("KAIKLA_BIN", ROOT / "build/bin")).resolve()
+SLOW = float(os.environ.get("KAIKLA_SLOW", "1"))
+TIMEOUT = 10 * SLOW
+
+SESSION, SYSTEM, PTP = "session-manager", "system-manager", "ptp-management"
+_PROTOCOL = (ROOT / "platform/PlatformProtocol.hpp").read_text(encoding="utf-8")
+
+
+def _endpoint(constant):
+    return re.search(rf'{constant} = "(.*?)"', _PROTOCOL)[1]
+
+
+COMMAND_ENDPOINT = _endpoint("kCommandEndpoint")
+NODE_ENDPOINT = _endpoint("kNmosNodeEndpoint")
+ENDPOINTS = {
+    SESSION: _endpoint("kSessionManagerEndpoint"),
+    SYSTEM: _endpoint("kSystemManagerEndpoint"),
+    PTP: _endpoint("kPtpManagementEndpoint"),
+}
+# What kaikla subscribes to.
+KINDS = {SESSION: (1000, 1001, 1003), SYSTEM: (1001,), PTP: (1000, 1001)}
+
+CONTEXT = zmq.Context()
+CONTEXT.set(zmq.MAX_SOCKETS, 20_000)
+CONTEXT.linger = 0
+
+
+def wait_until(condition, what, seconds=None):
+    """Returns the first true outcome of `condition`."""
+    end = time.monotonic() + (seconds or TIMEOUT)
+    while not (outcome := condition()):
+        assert time.monotonic() < end, f"waited in vain for {what}"
+        time.sleep(0.005)
+    return outcome
+
+
+def run(*command, **options):
+    """Runs a program of the build to its end: run("kaiklactl", "list").stdout."""
+    arguments = [str(part) for part in command]
+    options = {"capture_output": True, "text": True, "timeout": 3 * TIMEOUT, **options}
+    return subprocess.run([BIN / arguments[0], *arguments[1:]], **options)
+
+
+# Below the ports that the system gives to outgoing connections: a connection to one of those that
+# nobody listens at can meet itself.
+_PORTS = itertools.count(10_000)
+
+
+def free_port():
+    """A port that nobody listens at; none is given twice in this process."""
+    for port in _PORTS:
+        with socket.socket() as probe:
+            if probe.connect_ex(("127.0.0.1", port)) != 0:
+                return port
+    raise AssertionError("no port is left")
+
+
+def bind(kind, endpoint, **options):
+    """A bound socket; a socket that had the port before gives it back in the background."""
+    bound = CONTEXT.socket(kind)
+    for name, value in {"sndhwm": 0, "rcvtimeo": int(TIMEOUT * 1000), **options}.items():
+        setattr(bound, name, value)
+
+    def attempt():
+        try:
+            bound.bind(endpoint)
+            return True
+        except zmq.ZMQError as error:
+            if error.errno != zmq.EADDRINUSE:
+                raise
+            return False
+
+    wait_until(attempt, f"{endpoint} to be free")
+    return bound
+
+
+class Process:
+    """A program of the build in the background; leaving the block ends it with status 0."""
+
+    def __init__(self, *command, launcher=(), **options):
+        self._log = tempfile.NamedTemporaryFile()
+        self._lines = []
+        self._parsed = self._seen = 0
+        self.expected_status = 0
+        options = {"stderr": self._log, "stdin": subprocess.DEVNULL, **options}
+        program = [str(part) for part in (*launcher, BIN / command[0], *command[1:])]
+        self.process = subprocess.Popen(program, **options)
+        self.pid = self.process.pid
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, failure, *_):
+        try:
+            if self.process.poll() is None:
+                self.stop()
+        finally:
+            self.process.kill()
+            self.process.wait()
+            # Shown by pytest when the test fails.
+            print("\n".join(self.log_text().splitlines()[-100:]))
+            self._log.close()
+        status = self.process.returncode
+        assert failure or status == self.expected_status, f"ended with status {status}"
+
+    def send_signal(self, number):
+        self.process.send_signal(number)
+
+    def wait(self, seconds=None):
+        """The exit status; a negative one is the signal that ended the process."""
+        return self.process.wait(seconds or TIMEOUT)
+
+    def stop(self, number=signal.SIGTERM, seconds=None):
+        """Ends the process with a signal; returns its exit status."""
+        self.send_signal(number)
+        return self.wait(seconds)
+
+    def kill(self):
+        self.expected_status = -signal.SIGKILL
+        self.stop(signal.SIGKILL)
+
+    def log_text(self):
+        """What the process has written to standard error."""
+        return pathlib.Path(self._log.name).read_text(encoding="utf-8", errors="replace")
+
+    def log(self):
+        """The lines so far, whole ones: "INF text", with # for a CHK's line in the source."""
+        with open(self._log.name, "rb") as log:
+            log.seek(self._parsed)
+            text = log.read()
+        text = text[: text.rfind(b"\n") + 1]
+        self._parsed += len(text)
+        self._lines += normalized(text.decode(errors="replace"))
+        return self._lines
+
+    def new_lines(self):
+        """The lines since the last call."""
+        lines = self.log()
+        self._seen, seen = len(lines), self._seen
+        return lines[seen:]
+
+    def lines_with(self, text):
+        return [line for line in self.log() if text in line]
+
+    def wait_line(self, text, count=1, seconds=None):
+        """Waits until `count` lines hold the text; returns them."""
+        wait_until(
+            lambda: len(self.lines_with(text)) >= count, f"{count} times '{text}'", seconds
+        )
+        return self.lines_with(text)
+
+    def memory(self, field="VmRSS"):
+        """A figure of /proc/PID/status, in KiB where it has a unit."""
+        status = pathlib.Path(f"/proc/{self.pid}/status").read_text(encoding="ascii")
+        return int(re.search(rf"^{field}:\s+(\d+)", status, re.MULTILINE)[1])
+
+    def descriptors(self):
+        return len(os.listdir(f"/proc/{self.pid}/fd"))
+
+
+def normalized(text):
+    """Log text as lines without time and process name, and with # for lines of the source."""
+    lines = text.split("\n")[:-1]
+    lines = [re.sub(r"^\S+Z (\w+) [\w-]+: ", r"\1 ", line) for line in lines]
+    return [re.sub(r"^(ERR CHK\(.*\)::)\d+ ", r"\1# ", line) for line in lines]
+
+
+class Client:
+    """A connection to the command interface."""
+
+    def __init__(self):
+        self._socket = CONTEXT.socket(zmq.DEALER)
+        self._socket.rcvtimeo = int(TIMEOUT * 1000)
+        self._socket.connect(COMMAND_ENDPOINT)
+
+    def send(self, *frames):
+        self._socket.send_multipart([b"", *frames])
+
+    def receive(self):
+        delimiter, reply = self._socket.recv_multipart()
+        assert delimiter == b""
+        return reply
+
+    def exchange(self, *frames):
+        """One request of any shape; returns the reply's bytes."""
+        self.send(*frames)
+        return self.receive()
+
+    def request(self, command, payload=None):
+        body = {"command_id": command, "command_name": "", "payload": payload}
+        return json.loads(self.exchange(json.dumps(body).encode()))
+
+    def close(self):
+        self._socket.close()
+
+
+class Service(Process):
+    """kaikla, ready to answer; `options` replaces `-l 6`, `wait=False` returns at once."""
+
+    def __init__(self, *options, wait=True, launcher=(), **popen):
+        default = shlex.split(os.environ.get("KAIKLA_LAUNCHER", ""))
+        options = options or ("-l", "6")
+        super().__init__("kaikla", *options, launcher=(*default, *launcher), **popen)
+        self.client = Client()
+        if wait:
+            self.request(3)
+
+    def __exit__(self, *failure):
+        self.client.close()
+        super().__exit__(*failure)
+
+    def exchange(self, *frames):
+        return self.client.exchange(*frames)
+
+    def request(self, command, payload=None):
+        return self.client.request(command, payload)
+
+    def document(self):
+        return self.request(0)["payload"]["status"]
+
+    def add(self, address):
+        """The result of registering a consumer."""
+        return self.request(1, {"address": address})["result"]
+
+    def remove(self, address):
+        return self.request(2, {"address": address})["result"]
+
+    def consumers(self):
+        return self.request(3)["payload"].get("remote", [])
+
+    def consumer(self, **options):
+        """A consumer, registered and, unless greeting=False, greeted with a "status-all"."""
+        greeting = options.pop("greeting", True)
+        consumer = Consumer(**options)
+        assert self.add(consumer.address) == 0
+        if greeting:
+            assert consumer.receive()["command_name"] == "status-all"
+        return consumer
+
+
+class Consumer:
+    """A bound PULL socket; `hwm` limits what is queued on its side."""
+
+    def __init__(self, port=None, hwm=None, seconds=None):
+        # Ports are not reused: a removed consumer's connection may linger and find a stranger.
+        self.address = f"tcp://127.0.0.1:{port or free_port()}"
+        options = {"rcvtimeo": int((seconds or TIMEOUT) * 1000)}
+        self._socket = bind(zmq.PULL, self.address, **options, **({"rcvhwm": hwm} if hwm else {}))
+
+    def receive_text(self, seconds=None):
+        """The next message; None when there is none in `seconds`."""
+        if seconds is not None and not self._socket.poll(int(seconds * 1000)):
+            return None
+        return self._socket.recv().decode()
+
+    def receive(self):
+        """The next message, which must fit its schema."""
+        import schemas  # pylint: disable=import-outside-toplevel
+
+        message = json.loads(self.receive_text())
+        return schemas.check(message["command_name"], message)
+
+    def drain(self, quiet=0.2):
+        """Every message until none comes for `quiet` seconds."""
+        return list(iter(lambda: self.receive_text(quiet), None))
+
+    def close(self):
+        self._socket.close()
+
+
+class Listener:
+    """A plain TCP listener at a consumer's address that accepts, and hangs up or holds on."""
+
+    def __init__(self, hangs_up=False):
+        self._socket = socket.create_server(("127.0.0.1", free_port()))
+        self.port = self._socket.getsockname()[1]
+        self.address = f"tcp://127.0.0.1:{self.port}"
+        self.accepted = 0
+        self._held = []
+        self._hangs_up = hangs_up
+        self._thread = threading.Thread(target=self._accept, daemon=True)
+        self._thread.start()
+
+    def _accept(self):
+        while True:
+            try:
+                connection, _ = self._socket.accept()
+            except OSError:
+                return
+            self.accepted += 1
+            if self._hangs_up:
+                connection.close()
+            else:
+                self._held.append(connection)
+
+    def close(self):
+        self._socket.shutdown(socket.SHUT_RDWR)
+        self._thread.join()
+        for connection in (self._socket, *self._held):
+            connection.close()
+
+
+class Device:
+    """The services that kaikla listens to and asks: session manager, system manager, PTP
+    management service (XPUB sockets here) and the NMOS node (`node`, a process of its own)."""
+
+    def __init__(self, node="dev"):
+        self._sockets = {}
+        self._topics = {name: set() for name in ENDPOINTS}
+        for name in ENDPOINTS:
+            self.open(name)
+        self.node = Node()
+        self.node.answer(node)
+        self.node.open()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        for name in list(self._sockets):
+            self.close(name)
+        self.node.close()
+
+    def open(self, name):
+        self._sockets[name] = bind(zmq.XPUB, ENDPOINTS[name])
+
+    def close(self, name):
+        self._sockets.pop(name).close()
+        self._topics[name].clear()
+
+    def _note_topics(self, name, wait_ms=0):
+        while self._sockets[name].poll(wait_ms):
+            change = self._sockets[name].recv()
+            (self._topics[name].add if change[0] else self._topics[name].discard)(change[1:])
+            wait_ms = 0
+
+    def subscribed(self):
+        """{service: topics} of what is subscribed to now."""
+        for name in self._sockets:
+            self._note_topics(name)
+        return {name: sorted(map(int, self._topics[name])) for name in self._sockets}
+
+    def wait_subscribed(self, wanted=True):
+        """Waits until kaikla has subscribed to everything; wanted=False: until it has gone."""
+        all_of_it = {name: list(KINDS[name]) if wanted else [] for name in self._sockets}
+        wait_until(lambda: self.subscribed() == all_of_it, "the subscriptions")
+
+    def send(self, name, kind, payload):
+        """Sends one notification, once kaikla has subscribed to its kind if it ever does."""
+        message = {"command_id": kind, "command_name": "played by a test", "payload": payload}
+        self.send_frames(name, b"%d" % kind, json.dumps(message).encode())
+
+    def send_frames(self, name, topic, *frames):
+        self._note_topics(name)
+        end = time.monotonic() + TIMEOUT
+        while int(topic) in KINDS[name] and topic not in self._topics[name]:
+            assert time.monotonic() < end, f"nobody subscribes to {topic} of the {name}"
+            self._note_topics(name, wait_ms=100)
+        self._sockets[name].send_multipart([topic, *frames])
+
+
+class Node:
+    """The NMOS node service. Its process is kept for the next node of this test process."""
+
+    _process = None
+
+    def __init__(self):
+        if Node._process is None:
+            Node._process = subprocess.Popen(
+                [sys.executable, __file__], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True
+            )
+
+    def _ask(self, what, *arguments):
+        Node._process.stdin.write(json.dumps([what, *arguments]) + "\n")
+        Node._process.stdin.flush()
+        return json.loads(Node._process.stdout.readline())
+
+    def open(self):
+        """Binds the endpoint and forgets the requests so far."""
+        self._ask("open")
+
+    def close(self):
+        self._ask("close")
+
+    def answer(self, reply, delay=0.0):
+        """How requests are answered from now on, `delay` seconds late. A text is the device's id,
+        bytes or a list of them are raw frames, None is silence, and Node.VANISH closes."""
+        self.script([(reply, delay)])
+
+    def script(self, manners):
+        """One (reply, delay) for each of the next requests; the last one stays."""
+        self._ask("script", [(_frames(reply), delay) for reply, delay in manners])
+
+    def reply(self, number, reply):
+        """Answers request `number` of requests() now."""
+        self._ask("reply", number, _frames(reply))
+
+    def requests(self):
+        """The requests since open(), as texts."""
+        return self._ask("requests")
+
+    def wait_requests(self, count):
+        return wait_until(lambda: len(r := self.requests()) >= count and r, f"{count} requests")
+
+    VANISH = object()
+
+
+def device_reply(identity):
+    """What a node answers that knows its device's id."""
+    payload = {"device": {"id": identity, "label": "played by a test"}}
+    name = {"command_id": 0, "command_name": "GET device info"}
+    return json.dumps({**name, "result": 0, "payload": payload})
+
+
+def _frames(reply):
+    """A reply as the node's process is told: texts of single-byte characters."""
+    if reply is None or reply is Node.VANISH:
+        return "" if reply is None else "vanish"
+    if isinstance(reply, str):
+        reply = device_reply(reply).encode()
+    frames = reply if isinstance(reply, (list, tuple)) else [reply]
+    return [frame.decode("latin-1") for frame in frames]
+
+
+class _NodeProcess:
+    """The other side of Node: commands on standard input, one line of reply to each."""
+
+    def __init__(self):
+        self._router = None
+        self._manners = []
+        self._requests = []  # (envelope, body)
+        self._due = []  # (time, envelope, frames)
+
+    def run(self):
+        while True:
+            poller = zmq.Poller()
+            poller.register(sys.stdin, zmq.POLLIN)
+            if self._router:
+                poller.register(self._router, zmq.POLLIN)
+            next_due = min((due[0] for due in self._due), default=None)
+            wait = None if next_due is None else max(0, next_due - time.monotonic()) * 1000
+            ready = dict(poller.poll(wait))
+            if self._router in ready:
+                self._take_request()
+            if sys.stdin.fileno() in ready:
+                line = sys.stdin.buffer.raw.readline()
+                if not line:
+                    return
+                name, *arguments = json.loads(line)
+                print(json.dumps(getattr(self, name)(*arguments)), flush=True)
+            for due in [due for due in self._due if due[0] <= time.monotonic()]:
+                self._due.remove(due)
+                self._send(*due[1:])
+
+    def _take_request(self):
+        frames = self._router.recv_multipart()
+        envelope = frames[: frames.index(b"") + 1]
+        self._requests.append((envelope, frames[-1].decode("latin-1")))
+        reply, delay = self._manners.pop(0) if len(self._manners) > 1 else self._manners[0]
+        if reply == "vanish":
+            self.close()
+        elif reply:
+            self._due.append((time.monotonic() + delay, envelope, reply))
+
+    def _send(self, envelope, reply):
+        if self._router:
+            frames = [frame.encode("latin-1") for frame in reply]
+            self._router.send_multipart([*envelope, *frames])
+
+    def open(self):
+        self._router = self._router or bind(zmq.ROUTER, NODE_ENDPOINT)
+        self._requests.clear()
+
+    def close(self):
+        if self._router:
+            self._router.close()
+        self._router = None
+        self._due.clear()
+
+    def script(self, manners):
+        self._manners = manners
+
+    def reply(self, number, reply):
+        self._send(self._requests[number][0], reply)
+
+    def requests(self):
+        return [body for _, body in self._requests]
+
+
+if __name__ == "__main__":
+    _NodeProcess().run()
