@@ -16,10 +16,7 @@ WebNotifierServer::~WebNotifierServer() {
 }
 
 int WebNotifierServer::init() {
-    if (const int code = handler.init(context, pollFds); code < 0) {
-        return CHK(code);
-    }
-    return 0;
+    return CHK(handler.init(context, pollFds));
 }
 
 int WebNotifierServer::mainLoop() {

@@ -58,8 +58,7 @@ int main(int argc, char** argv) {
     Logger::createLogger(levelBits | options.logFlags, options.logFileName, "kaikla");
 
     WebNotifierServer server;
-    if (const int code = server.init(); code < 0) {
-        CHK(code);
+    if (const int code = CHK(server.init()); code < 0) {
         // No message is on its way to anybody, and the open command socket would hold up the end.
         StopDeadline::arm(code, StopDeadline::kNoConsumers);
         return code;

@@ -31,7 +31,7 @@ public:
     WebNotifierHandler(WebNotifierHandler&&) = delete;
     WebNotifierHandler& operator=(WebNotifierHandler&&) = delete;
 
-    // Set-up and dispatch (SetupAndDispatch.cpp)
+    // Set-up and dispatch
 
     /// Binds the command socket, subscribes to the platform services and adds every socket to
     /// `pollFds`. Both arguments must outlive the handler. Returns 0; -35 when the command socket
@@ -48,24 +48,24 @@ public:
     /// Whether any consumer is registered.
     bool hasRemotes() const { return publisher.hasRemotes(); }
 
-    // Commands (Commands.cpp)
+    // Commands
 
     int getCommandDescription(unsigned int commandId, std::string& description) override;
     int ipcProcessMsg(IpcMsg& request, Json::Value& reply, bool& replyWanted) override;
 
-    // Session events (SessionEvents.cpp)
+    // Session events
 
     int avmgrNotifyNewSessionEvent(SessionConfigData& config) override;
     int avmgrNotifyRemovedSessionEvent(unsigned long long& sessionId) override;
     int avmgrNotifyUpdateSessionStatusEvent(SessionStatusData& status) override;
 
-    // PTP and system events (PtpAndSystemEvents.cpp)
+    // PTP and system events
 
     int zatPmcPtpStatusChangeEvent(PtpCommonInfo& status) override;
     int zatPmcPtpConfigChangeEvent(ZatPmcPtpCfg& config) override;
     int notifyDynamicInfoUpdate(SysParametersDynamic& information) override;
 
-    // Full status (FullStatus.cpp)
+    // Full status
 
     /// Publishes the whole document as "status-all" to the consumer registered as `remote`, or to
     /// every consumer when `remote` is empty. Returns 0, also when a send failed; the code of
