@@ -1,21 +1,19 @@
 #include "platform/records/AdvSessionEntry.hpp"
 
-#include "platform/records/JsonMember.hpp"
+#include "platform/records/JsonFields.hpp"
+
+using json_fields::Field;
 
 namespace {
-constexpr JsonKey kId{"id"};
-constexpr JsonKey kName{"name"};
-constexpr JsonKey kSdp{"sdp"};
+constexpr std::tuple kFields{Field{"id", &AdvSessionEntry::id},
+                             Field{"name", &AdvSessionEntry::name},
+                             Field{"sdp", &AdvSessionEntry::sdp}};
 } // namespace
 
 void AdvSessionEntry::Serialize(Json::Value& out) const {
-    out[kId] = Json::UInt64{id};
-    out[kName] = name;
-    out[kSdp] = sdp;
+    json_fields::write(*this, kFields, out);
 }
 
 void AdvSessionEntry::Deserialize(Json::Value& in) {
-    id = json_member::unsigned64(in, kId);
-    name = json_member::text(in, kName);
-    sdp = json_member::text(in, kSdp);
+    json_fields::read(*this, kFields, in);
 }

@@ -4,7 +4,6 @@
 
 #include <json/value.h>
 
-#include <concepts>
 #include <cstdint>
 #include <string>
 
@@ -20,16 +19,6 @@ inline const Json::Value* find(const Json::Value& object, JsonKey key) {
 inline std::string text(const Json::Value& object, JsonKey key, const char* absent = "") {
     const Json::Value* value = find(object, key);
     return value != nullptr ? value->asString() : std::string(absent);
-}
-
-inline bool boolean(const Json::Value& object, JsonKey key) {
-    const Json::Value* value = find(object, key);
-    return value != nullptr && value->asBool();
-}
-
-inline double real(const Json::Value& object, JsonKey key) {
-    const Json::Value* value = find(object, key);
-    return value != nullptr ? value->asDouble() : 0.0;
 }
 
 /// Raises Json::LogicError for a number that was read as a double and is `limit` or more: the
@@ -72,20 +61,6 @@ inline int signed32(const Json::Value& object, JsonKey key, int absent = 0) {
 inline unsigned unsigned32(const Json::Value& object, JsonKey key, unsigned absent = 0) {
     const Json::Value* value = find(object, key);
     return value != nullptr ? value->asUInt() : absent;
-}
-
-/// Any number that fits one of the two 64-bit types, cut down to the width of `T`.
-template <std::integral T>
-T truncated(const Json::Value& object, JsonKey key) {
-    static_assert(sizeof(T) < sizeof(std::int64_t));
-    const Json::Value* value = find(object, key);
-    if (value == nullptr) {
-        return 0;
-    }
-    if (value->isUInt64()) {
-        return static_cast<T>(value->asUInt64());
-    }
-    return static_cast<T>(value->asInt64());
 }
 
 } // namespace json_member

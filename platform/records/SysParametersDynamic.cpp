@@ -1,72 +1,58 @@
 #include "platform/records/SysParametersDynamic.hpp"
 
-#include "platform/records/JsonList.hpp"
-#include "platform/records/JsonMember.hpp"
+#include "platform/records/JsonFields.hpp"
+
+using json_fields::Field;
 
 namespace {
-constexpr JsonKey kPresent{"present"};
-constexpr JsonKey kVendor{"vendor"};
-constexpr JsonKey kPartNumber{"part_number"};
-constexpr JsonKey kSerial{"serial"};
-constexpr JsonKey kTemperatureC{"temperature_c"};
-constexpr JsonKey kTxPowerDbm{"tx_power_dbm"};
-constexpr JsonKey kRxPowerDbm{"rx_power_dbm"};
-constexpr JsonKey kName{"name"};
-constexpr JsonKey kMac{"mac"};
-constexpr JsonKey kState{"state"};
-constexpr JsonKey kIp{"ip"};
-constexpr JsonKey kSpeedMbps{"speed_mbps"};
-constexpr JsonKey kSfp{"sfp"};
-constexpr JsonKey kEths{"eths"};
-constexpr JsonKey kUptimeS{"uptime_s"};
+
+constexpr std::tuple kSfpFields{
+    Field{"present", &SfpInfo::present},
+    Field{"vendor", &SfpInfo::vendor},
+    Field{"part_number", &SfpInfo::partNumber},
+    Field{"serial", &SfpInfo::serial},
+    Field{"temperature_c", &SfpInfo::temperatureC},
+    Field{"tx_power_dbm", &SfpInfo::txPowerDbm},
+    Field{"rx_power_dbm", &SfpInfo::rxPowerDbm},
+};
+
+constexpr std::tuple kPortFields{
+    Field{"name", &EthBasicInfo::name},
+    Field{"mac", &EthBasicInfo::mac},
+    Field{"state", &EthBasicInfo::state},
+    Field{"ip", &EthBasicInfo::ip},
+    Field{"speed_mbps", &EthBasicInfo::speedMbps},
+    Field{"sfp", &EthBasicInfo::sfp},
+};
+
+constexpr std::tuple kFields{
+    Field{"eths", &SysParametersDynamic::eths},
+    Field{"uptime_s", &SysParametersDynamic::uptimeS},
+    Field{"temperature_c", &SysParametersDynamic::temperatureC},
+};
+
 } // namespace
 
 void SfpInfo::Serialize(Json::Value& out) const {
-    out[kPresent] = present;
-    out[kVendor] = vendor;
-    out[kPartNumber] = partNumber;
-    out[kSerial] = serial;
-    out[kTemperatureC] = temperatureC;
-    out[kTxPowerDbm] = txPowerDbm;
-    out[kRxPowerDbm] = rxPowerDbm;
+    json_fields::write(*this, kSfpFields, out);
 }
 
 void SfpInfo::Deserialize(Json::Value& in) {
-    present = json_member::boolean(in, kPresent);
-    vendor = json_member::text(in, kVendor);
-    partNumber = json_member::text(in, kPartNumber);
-    serial = json_member::text(in, kSerial);
-    temperatureC = json_member::real(in, kTemperatureC);
-    txPowerDbm = json_member::real(in, kTxPowerDbm);
-    rxPowerDbm = json_member::real(in, kRxPowerDbm);
+    json_fields::read(*this, kSfpFields, in);
 }
 
 void EthBasicInfo::Serialize(Json::Value& out) const {
-    out[kName] = name;
-    out[kMac] = mac;
-    out[kState] = state;
-    out[kIp] = ip;
-    out[kSpeedMbps] = speedMbps;
-    sfp.Serialize(out[kSfp]);
+    json_fields::write(*this, kPortFields, out);
 }
 
 void EthBasicInfo::Deserialize(Json::Value& in) {
-    name = json_member::text(in, kName);
-    mac = json_member::text(in, kMac);
-    state = json_member::truncated<std::uint8_t>(in, kState);
-    ip = json_member::text(in, kIp);
-    speedMbps = json_member::truncated<std::uint32_t>(in, kSpeedMbps);
-    sfp.Deserialize(in[kSfp]);
+    json_fields::read(*this, kPortFields, in);
 }
 
 void SysParametersDynamic::Serialize(Json::Value& out) const {
-    json_list::write(out, kEths, eths);
-    out[kUptimeS] = Json::UInt64{uptimeS};
-    out[kTemperatureC] = temperatureC;
+    json_fields::write(*this, kFields, out);
 }
 
 void SysParametersDynamic::Deserialize(Json::Value& in) {
-    json_list::read(in, kEths, eths);
-    uptimeS = json_member::unsigned64(in, kUptimeS);
-    temperatureC = json_member::real(in, kTemperatureC);
+    json_fields::read(*this, kFields, in);
 }

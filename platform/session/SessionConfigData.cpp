@@ -1,26 +1,74 @@
 #include "platform/session/SessionConfigData.hpp"
 
-#include "platform/records/JsonKey.hpp"
-#include "platform/records/JsonList.hpp"
-#include "platform/records/JsonMember.hpp"
+#include "platform/records/JsonFields.hpp"
+
+using json_fields::Beside;
+using json_fields::Field;
 
 namespace {
-constexpr JsonKey kId{"id"};
-constexpr JsonKey kNmosId{"nmos_id"};
-constexpr JsonKey kAudio{"audio"};
-constexpr JsonKey kVideo{"video"};
+
+constexpr std::tuple kStreamFields{
+    Field{"id", &StreamData::id},
+    Beside{&StreamData::streamClass},
+    Beside{&StreamData::state},
+    Beside{&StreamData::type},
+    Beside{&StreamData::redundantType},
+    Beside{&StreamData::codec},
+    // Beside the others its "id" would be the stream's.
+    Field{"vlan", &StreamData::vlan},
+    Beside{&StreamData::udpPort},
+    Beside{&StreamData::rtp},
+    Beside{&StreamData::ipAddrCfg},
+};
+
+constexpr std::tuple kAudioFields{Field{"channels", &AudioStreamData::channels}};
+
+constexpr std::tuple kVideoFields{
+    Beside{&VideoStreamData::timing},
+    Beside{&VideoStreamData::tributary},
+};
+
+constexpr std::tuple kSessionFields{
+    Field{"id", &SessionConfigData::id},
+    Field{"nmos_id", &SessionConfigData::nmosId},
+    Field{"audio", &SessionConfigData::audio},
+    Field{"video", &SessionConfigData::video},
+};
+
 } // namespace
 
+void StreamData::Serialize(Json::Value& out) const {
+    json_fields::write(*this, kStreamFields, out);
+}
+
+void StreamData::Deserialize(Json::Value& in) {
+    json_fields::read(*this, kStreamFields, in);
+}
+
+void AudioStreamData::Serialize(Json::Value& out) const {
+    StreamData::Serialize(out);
+    json_fields::write(*this, kAudioFields, out);
+}
+
+void AudioStreamData::Deserialize(Json::Value& in) {
+    StreamData::Deserialize(in);
+    json_fields::read(*this, kAudioFields, in);
+}
+
+void VideoStreamData::Serialize(Json::Value& out) const {
+    StreamData::Serialize(out);
+    json_fields::write(*this, kVideoFields, out);
+}
+
+void VideoStreamData::Deserialize(Json::Value& in) {
+    StreamData::Deserialize(in);
+    json_fields::read(*this, kVideoFields, in);
+}
+
 void SessionConfigData::Serialize(Json::Value& out) const {
-    out[kId] = Json::UInt64{id};
-    out[kNmosId] = nmosId;
-    json_list::write(out, kAudio, audio);
-    json_list::write(out, kVideo, video);
+    json_fields::write(*this, kSessionFields, out);
 }
 
 void SessionConfigData::Deserialize(Json::Value& in) {
-    id = json_member::unsigned64(in, kId);
-    nmosId = json_member::text(in, kNmosId);
-    json_list::read(in, kAudio, audio);
-    json_list::read(in, kVideo, video);
+    json_fields::read(*this, kSessionFields, in);
 }

@@ -73,6 +73,13 @@ TEST(Records, UnconvertibleValuesAreRefused) {
           R"({"uptime_s":18446744073709551616})", R"({"temperature_c":"hot"})"}) {
         EXPECT_THROW(recordFrom<SysParametersDynamic>(text), Json::Exception) << text;
     }
+    for (const std::string list : {"5", "\"text\"", "true", "{}"}) {
+        const std::string ports = R"({"ports":)" + list + "}";
+        EXPECT_THROW(recordFrom<PtpCommonInfo>(ports), Json::Exception) << list;
+        EXPECT_THROW(recordFrom<ZatPmcPtpCfg>(ports), Json::Exception) << list;
+        EXPECT_THROW(recordFrom<SysParametersDynamic>(R"({"eths":)" + list + "}"), Json::Exception)
+            << list;
+    }
 }
 
 TEST(Records, RealNumbersAreConvertedAsFarAsTheyFit) {

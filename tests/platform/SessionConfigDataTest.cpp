@@ -39,4 +39,13 @@ TEST(SessionConfigData, WholeConfigurationIsWrittenBackAsItWasRead) {
     EXPECT_EQ(session.audio.front().channels.back().daif.text, "right");
 }
 
+TEST(SessionConfigData, ListThatIsNoneIsRefused) {
+    EXPECT_EQ(rewritten<SessionConfigData>(R"({"audio":null,"video":[]})"),
+              R"({"id":0,"nmos_id":""})");
+    for (const char* text :
+         {R"({"audio":5})", R"({"video":{}})", R"({"audio":[{"channels":"none"}]})"}) {
+        EXPECT_THROW(recordFrom<SessionConfigData>(text), Json::Exception) << text;
+    }
+}
+
 } // namespace
