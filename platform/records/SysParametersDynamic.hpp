@@ -26,11 +26,13 @@ public:
 /// One Ethernet port; also an element of the status document's "eths".
 class EthBasicInfo : public IJsonSerializable {
 public:
+    /// Any other number passes through as it came.
+    enum state_t : std::uint8_t { down = 0, up = 1 };
+
     /// The port's identity, such as "eth0".
     std::string name;
     std::string mac;
-    /// 0 down, 1 up.
-    std::uint8_t state = 0;
+    std::uint8_t state = down;
     std::string ip;
     std::uint32_t speedMbps = 0;
     SfpInfo sfp;

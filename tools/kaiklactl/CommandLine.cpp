@@ -1,7 +1,5 @@
 #include "tools/kaiklactl/CommandLine.hpp"
 
-#include "tools/kaiklactl/Failure.hpp"
-
 #include <CLI/CLI.hpp>
 
 namespace kaiklactl {
@@ -21,7 +19,7 @@ Exit status:
 
 } // namespace
 
-std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
+std::variant<Options, ExitStatus> readCommandLine(int argc, const char* const* argv) {
     using Action = Options::Action;
     Options options;
     double timeoutS = kDefaultTimeoutS;
@@ -78,8 +76,7 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         // Help and version count as parse errors with the code 0.
-        exitStatus = app.exit(error) == 0 ? 0 : static_cast<int>(ExitStatus::usage);
-        return std::nullopt;
+        return app.exit(error) == 0 ? ExitStatus::success : ExitStatus::usage;
     }
     options.timeout = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::duration<double>(timeoutS));

@@ -3,10 +3,23 @@
 #include "platform/PlatformProtocol.hpp"
 
 #include <chrono>
-#include <optional>
 #include <string>
+#include <variant>
 
 namespace kaiklactl {
+
+/// What the program's exit status tells a script. A signal that ends a wait adds 128 to its number.
+enum class ExitStatus {
+    success = 0,
+    /// The service refused the command, or the doctor found something wrong.
+    refused = 1,
+    /// The command line cannot be carried out as it stands.
+    usage = 2,
+    /// The service did not answer, or not in a way that can be read.
+    noAnswer = 3,
+    /// The output cannot be written.
+    output = 4,
+};
 
 /// The command line, checked as far as it can be without the service.
 struct Options {
@@ -30,8 +43,8 @@ struct Options {
     unsigned long count = 0;
 };
 
-/// Reads the command line. Without a value there is nothing to do: help or an error has been
-/// printed, and the program ends with `exitStatus`.
-std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus);
+/// Reads the command line. Gives the exit status instead when there is nothing to be done: success
+/// after --help and --version, usage after a sentence about what is wrong.
+std::variant<Options, ExitStatus> readCommandLine(int argc, const char* const* argv);
 
 } // namespace kaiklactl

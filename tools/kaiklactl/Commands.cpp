@@ -2,9 +2,8 @@
 
 #include "platform/records/JsonText.hpp"
 #include "tools/client/ServiceConnection.hpp"
-#include "tools/kaiklactl/Failure.hpp"
 #include "tools/kaiklactl/StatusReport.hpp"
-#include "tools/kaiklactl/TerminalText.hpp"
+#include "tools/kaiklactl/Terminal.hpp"
 
 #include <json/writer.h>
 
@@ -34,11 +33,11 @@ std::string statusText(const Options& options, Json::Value document) {
     return statusReport(status, colourWanted());
 }
 
-std::string run(const Options& options, zmq::context_t& context) {
+std::string run(const Options& options, zmq::context_t& context, StopSignals& stop) {
     const client::Service service{options.server, options.timeout};
     const auto ask = [&](WebNotifierCommand::webnotifier_command_id_t command,
                          const Json::Value& payload = Json::Value()) {
-        return client::request(context, service, command, payload);
+        return client::request(context, service, command, payload, &stop);
     };
     switch (options.action) {
     case Options::Action::add:
@@ -63,8 +62,8 @@ std::string run(const Options& options, zmq::context_t& context) {
 
 } // namespace
 
-void runCommand(const Options& options, zmq::context_t& context) {
-    std::cout << run(options, context) << std::flush;
+void runCommand(const Options& options, zmq::context_t& context, StopSignals& stop) {
+    std::cout << run(options, context, stop) << std::flush;
     if (!std::cout) {
         throw std::runtime_error("the output cannot be written.");
     }

@@ -7,9 +7,8 @@
 #include "tools/client/ListeningConsumer.hpp"
 #include "tools/client/ServiceConnection.hpp"
 #include "tools/client/Waiting.hpp"
-#include "tools/kaiklactl/Notice.hpp"
-#include "tools/kaiklactl/Table.hpp"
-#include "tools/kaiklactl/Wording.hpp"
+#include "tools/kaiklactl/StatusReport.hpp"
+#include "tools/kaiklactl/Terminal.hpp"
 
 #include <algorithm>
 #include <array>
@@ -29,26 +28,27 @@ constexpr milliseconds kConnectLimit{500};
 class Report {
 public:
     void ok(const std::string& subject, const std::string& text) {
-        line({"ok", Style::good}, subject, text);
+        line("ok", Style::good, subject, text);
     }
     /// Worth knowing, but nothing is wrong with it as such.
     void note(const std::string& subject, const std::string& text) {
-        line({"note", Style::warning}, subject, text);
+        line("note", Style::warning, subject, text);
     }
     void fault(const std::string& subject, const std::string& text) {
         faulty = true;
-        line({"FAIL", Style::alarm}, subject, text);
+        line("FAIL", Style::alarm, subject, text);
     }
     bool hasFault() const { return faulty; }
 
 private:
-    void line(const Cell& verdict, std::string subject, const std::string& text) const {
+    void line(const std::string& verdict, Style style, std::string subject,
+              const std::string& text) const {
         // As wide as the widest of them, so that lines written one by one stand in columns.
         constexpr std::size_t kVerdictWidth = 4;
         constexpr std::size_t kSubjectWidth = 10;
         subject.resize(kSubjectWidth, ' ');
-        std::cout << painted(verdict.text, verdict.style, colour)
-                  << std::string(kVerdictWidth + 2 - verdict.text.size(), ' ') << subject << "  "
+        std::cout << painted(verdict, style, colour)
+                  << std::string(kVerdictWidth + 2 - verdict.size(), ' ') << subject << "  "
                   << printable(text).text << std::endl;
     }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "tools/kaiklactl/CommandLine.hpp"
-#include "tools/kaiklactl/Failure.hpp"
 #include "tools/signals/StopSignals.hpp"
 
 #include <zmq.hpp>

@@ -1,14 +1,90 @@
 #include "tools/kaiklactl/StatusReport.hpp"
 
-#include "tools/kaiklactl/Table.hpp"
-#include "tools/kaiklactl/Wording.hpp"
+#include "tools/kaiklactl/Terminal.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <list>
+#include <utility>
+#include <vector>
 
 namespace kaiklactl {
 namespace {
+
+/// One field of a table. The text may come from the network.
+struct Cell {
+    Cell(std::string content,
+         Style contentStyle = Style::plain) // NOLINT(google-explicit-constructor)
+        : text(std::move(content)), style(contentStyle) {}
+    Cell(const char* content) : text(content) {} // NOLINT(google-explicit-constructor)
+
+    std::string text;
+    Style style = Style::plain;
+};
+
+/// Rows of left-aligned columns, as wide as their widest field, two blanks apart.
+class Table {
+public:
+    Table() = default;
+    explicit Table(const std::vector<std::string>& headings);
+
+    /// Rows need not have the same number of fields.
+    void add(const std::vector<Cell>& row);
+
+    /// One line a row, without blanks at their ends.
+    std::string text(bool colour) const;
+
+private:
+    struct Field {
+        PrintableText content;
+        Style style;
+    };
+    std::vector<std::vector<Field>> rows;
+};
+
+Table::Table(const std::vector<std::string>& headings) {
+    std::vector<Cell> row;
+    row.reserve(headings.size());
+    for (const std::string& heading : headings) {
+        row.emplace_back(heading, Style::heading);
+    }
+    add(row);
+}
+
+void Table::add(const std::vector<Cell>& row) {
+    std::vector<Field>& fields = rows.emplace_back();
+    fields.reserve(row.size());
+    for (const Cell& cell : row) {
+        fields.push_back({printable(cell.text), cell.style});
+    }
+}
+
+std::string Table::text(bool colour) const {
+    constexpr std::size_t kGap = 2;
+    std::vector<std::size_t> widths;
+    for (const std::vector<Field>& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], row[i].content.columns);
+        }
+    }
+    std::string text;
+    for (const std::vector<Field>& row : rows) {
+        std::size_t blanks = 0;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            const PrintableText& content = row[i].content;
+            if (!content.text.empty()) {
+                text.append(blanks, ' ');
+                text += painted(content.text, row[i].style, colour);
+                blanks = 0;
+            }
+            blanks += widths[i] - content.columns + kGap;
+        }
+        text += '\n';
+    }
+    return text;
+}
 
 std::string oneDecimal(double value) {
     // The longest double takes 308 digits before its point.
@@ -117,6 +193,60 @@ std::string statusReport(const WebNotifierDeviceStatus& status, bool colour) {
         report += '\n' + sessions(status.sessions).text(colour);
     }
     return report;
+}
+
+std::string counted(std::size_t number, const char* noun) {
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+std::string alarmText(const StreamAlarmData& alarm) {
+    return alarm.severity + ": " + alarm.description + " (type " + std::to_string(alarm.type) + ")";
+}
+
+std::size_t alarmCount(const SessionStatusData& session) {
+    std::size_t count = session.alarms.size();
+    for (const StreamStatusData& stream : session.streams) {
+        count += stream.alarms.size();
+    }
+    return count;
+}
+
+std::size_t alarmCount(const WebNotifierDeviceStatus& status) {
+    std::size_t count = 0;
+    for (const SessionStatusData& session : status.sessions) {
+        count += alarmCount(session);
+    }
+    return count;
+}
+
+std::string portState(const EthBasicInfo& port) {
+    switch (port.state) {
+    case EthBasicInfo::down:
+        return "down";
+    case EthBasicInfo::up:
+        return "up";
+    default:
+        return "state " + std::to_string(port.state);
+    }
+}
+
+bool isUp(const EthBasicInfo& port) {
+    return port.state == EthBasicInfo::up;
+}
+
+bool isReported(const PtpCommonInfo& ptp) {
+    return ptp.locked || !ptp.clockId.empty() || !ptp.grandmasterId.empty() || !ptp.ports.empty();
+}
+
+std::string ptpState(const PtpCommonInfo& ptp) {
+    if (!isReported(ptp)) {
+        return "not reported";
+    }
+    return ptp.locked ? "locked, offset " + nanoseconds(ptp.offsetNs) : "not locked";
+}
+
+std::string nanoseconds(std::int64_t value) {
+    return std::to_string(value) + " ns";
 }
 
 } // namespace kaiklactl

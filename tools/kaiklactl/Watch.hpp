@@ -4,9 +4,8 @@
 #include "tools/client/ServiceConnection.hpp"
 #include "tools/client/Waiting.hpp"
 #include "tools/kaiklactl/CommandLine.hpp"
-#include "tools/kaiklactl/Failure.hpp"
-#include "tools/kaiklactl/LineOutput.hpp"
 #include "tools/kaiklactl/StatusHistory.hpp"
+#include "tools/kaiklactl/Terminal.hpp"
 #include "tools/signals/StopSignals.hpp"
 
 #include <zmq.hpp>

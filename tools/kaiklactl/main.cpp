@@ -3,8 +3,7 @@
 #include "tools/kaiklactl/CommandLine.hpp"
 #include "tools/kaiklactl/Commands.hpp"
 #include "tools/kaiklactl/Doctor.hpp"
-#include "tools/kaiklactl/Failure.hpp"
-#include "tools/kaiklactl/Notice.hpp"
+#include "tools/kaiklactl/Terminal.hpp"
 #include "tools/kaiklactl/Watch.hpp"
 #include "tools/signals/StopSignals.hpp"
 
@@ -14,63 +13,56 @@
 #include <csignal>
 #include <exception>
 #include <string>
+#include <variant>
 
 namespace {
 
-/// What registers a consumer of its own, which must be taken out again however it ends.
-kaiklactl::ExitStatus runAsConsumer(const kaiklactl::Options& options) {
-    // Closed output is noticed where it is written.
-    (void)std::signal(SIGPIPE, SIG_IGN);
-    StopSignals stop;
+using kaiklactl::ExitStatus;
+using kaiklactl::Options;
+
+ExitStatus run(const Options& options, StopSignals& stop) {
     zmq::context_t context;
-    return options.action == kaiklactl::Options::Action::watch
-               ? kaiklactl::Watch(options, context, stop).run()
-               : kaiklactl::runDoctor(options, context, stop);
-}
-
-kaiklactl::ExitStatus run(const kaiklactl::Options& options) {
     switch (options.action) {
-    case kaiklactl::Options::Action::watch:
-    case kaiklactl::Options::Action::doctor:
-        return runAsConsumer(options);
-    default: {
-        zmq::context_t context;
-        kaiklactl::runCommand(options, context);
-        return kaiklactl::ExitStatus::success;
-    }
+    case Options::Action::watch:
+        return kaiklactl::Watch(options, context, stop).run();
+    case Options::Action::doctor:
+        return kaiklactl::runDoctor(options, context, stop);
+    default:
+        kaiklactl::runCommand(options, context, stop);
+        return ExitStatus::success;
     }
 }
 
-int failed(const std::exception& why, kaiklactl::ExitStatus status) {
-    kaiklactl::notice(why.what());
+int failed(const std::string& why, ExitStatus status) {
+    kaiklactl::notice(why);
     return static_cast<int>(status);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    int exitStatus = 0;
-    const std::optional<kaiklactl::Options> options =
-        kaiklactl::readCommandLine(argc, argv, exitStatus);
-    if (!options) {
-        return exitStatus;
-    }
+    // Closed output is noticed where it is written.
+    (void)std::signal(SIGPIPE, SIG_IGN);
     try {
-        return static_cast<int>(run(*options));
+        StopSignals stop;
+        const auto line = kaiklactl::readCommandLine(argc, argv);
+        if (const auto* const status = std::get_if<ExitStatus>(&line)) {
+            return static_cast<int>(*status);
+        }
+        return static_cast<int>(run(std::get<Options>(line), stop));
     } catch (const client::BadEndpoint& failure) {
-        return failed(failure, kaiklactl::ExitStatus::usage);
+        return failed(failure.what(), ExitStatus::usage);
     } catch (const client::Refused& failure) {
-        return failed(failure, kaiklactl::ExitStatus::refused);
+        return failed(failure.what(), ExitStatus::refused);
     } catch (const client::NoAnswer& failure) {
-        return failed(failure, kaiklactl::ExitStatus::noAnswer);
+        return failed(failure.what(), ExitStatus::noAnswer);
     } catch (const client::Interrupted& interrupted) {
         constexpr int kSignalled = 128;
         return kSignalled + interrupted.signal;
     } catch (const Json::Exception& error) {
-        kaiklactl::notice(std::string("the answer holds something else than expected: ") +
-                          error.what());
-        return static_cast<int>(kaiklactl::ExitStatus::noAnswer);
+        return failed(std::string("the answer holds something else than expected: ") + error.what(),
+                      ExitStatus::noAnswer);
     } catch (const std::exception& error) {
-        return failed(error, kaiklactl::ExitStatus::output);
+        return failed(error.what(), ExitStatus::output);
     }
 }
