@@ -8,13 +8,17 @@
     model.lines                                 # the log at level 6, as relevant() leaves it
     model.asked                                 # how often the NMOS node has been asked
 
+    twin = Twin(device, service)                # a service with two consumers, and its model
+    twin.send(SESSION, 1003, {"id": 1})         # tells both
+    twin.compare()                              # documents, messages, log, requests to the node
+
 notifications(random.Random(1)) makes any number of (service, kind, payload).
 """
 
 import json
 import re
 
-from peers import PTP, SESSION, SYSTEM
+from peers import PTP, SESSION, SYSTEM, wait_until
 
 UNREACHABLE = -102
 
@@ -262,7 +266,7 @@ class Model:
         if self.device_id:
             return 0
         self._log("INF checkIfDeviceIdIsDefined:: device id is not defined. asking for it.")
-        self.asked += 1
+        self.asked += self.node is not None
         if self.node is None:
             return self._chk("int WebNotifierHandler::checkIfDeviceIdIsDefined()", UNREACHABLE)
         self.device_id = self.node
@@ -286,6 +290,52 @@ class Model:
 
 def _as_signed(identity):
     return _S64(identity)
+
+
+class Twin:
+    """A running service at log level 6 and its model, which are told the same."""
+
+    def __init__(self, device, service, consumers=2):
+        self.device, self.service, self.model = device, service, Model()
+        self._start = len(service.log())
+        self._last = None
+        self.consumers = {}
+        for _ in range(consumers):
+            self.add(service.consumer(greeting=False))
+
+    def add(self, consumer):
+        self.consumers[consumer.address] = consumer
+        self.model.add(consumer.address)
+
+    def lines(self):
+        return relevant(self.service.log()[self._start :])
+
+    def send(self, *event):
+        if event[0] != self._last:
+            # The services' connections are independent: one's notification may overtake another's.
+            self.wait()
+            self._last = event[0]
+        self.device.send(*event)
+        self.model.notify(*event)
+
+    def wait(self):
+        """Until everything that was sent has been carried through."""
+        expected = len(self.model.lines)
+        wait_until(lambda: len(self.lines()) >= expected, "the log of what was sent")
+
+    def compare(self):
+        """Asserts that nothing differs; returns what each consumer has been sent since the last."""
+        self.wait()
+        for address, sent in self.model.sent.items():
+            assert [self.consumers[address].receive_text() for _ in sent] == sent
+        assert self.service.document() == self.model.document()
+        assert self.service.consumers() == self.model.consumers()
+        assert self.lines() == self.model.lines
+        assert len(self.device.node.requests()) == self.model.asked
+        sent = {address: list(map(json.loads, texts)) for address, texts in self.model.sent.items()}
+        for texts in self.model.sent.values():
+            texts.clear()
+        return sent
 
 
 def notifications(rng):
@@ -356,6 +406,8 @@ def _settings(rng, name):
 
 
 def _some_ptp(rng):
+    identity = ("", "08-00-11-ff-fe-21-e1-b0")
+
     def port(_):
         number = rng.choice((1, 2, 2, 127, 200, 65535, 65536))
         return _part(rng, portNumber=number, state="SLAVE", **_settings(rng, "portSetting"))
@@ -363,8 +415,8 @@ def _some_ptp(rng):
     intervals = {f"{name}_interval": _number(rng) for name in ("announce", "sync", "delay_req")}
     return _part(
         rng,
-        clock_id=_word(rng),
-        grandmaster_id=_word(rng),
+        clock_id=rng.choice(identity),
+        grandmaster_id=rng.choice(identity),
         locked=rng.random() < 0.5,
         offset_ns=_number(rng, 64),
         mean_path_delay_ns=_number(rng, 64),

@@ -1,0 +1,168 @@
+"""The command interface: every request gets one reply, and a bad one changes nothing."""
+
+import json
+import resource
+
+import pytest
+import zmq
+
+import schemas
+from peers import INSTRUMENTED, SESSION, Client
+
+MIB = 1 << 20
+MALFORMED, NOT_CONNECTED, UNKNOWN = -101, -33, -8
+CHK = "ERR CHK(virtual int WebNotifierHandler::ipcProcessMsg(IpcMsg&, Json::Value&, bool&))::# "
+
+
+def nested(levels, command=3):
+    """A request that nests so deep altogether."""
+    return b'{"command_id":%d,"payload":%s%s}' % (command, b"[" * (levels - 1), b"]" * (levels - 1))
+
+
+# Frames, result, command_id of the reply, and what the reason says.
+REFUSED = [
+    ([b""], MALFORMED, 0, "not JSON"),
+    ([b"not JSON"], MALFORMED, 0, "not JSON"),
+    ([b'{"command_id":0}', b'{"command_id":0}'], MALFORMED, 0, "several frames"),
+    ([b"", b'{"command_id":0}'], MALFORMED, 0, "several frames"),
+    ([b" " * (MIB + 1)], MALFORMED, 0, "longer than 1048576 bytes"),
+    ([b'{"command_id":3,"x":"' + b"x" * MIB + b'"}'], MALFORMED, 0, "longer than"),
+    ([b"[1]"], MALFORMED, 0, "not a JSON object"),
+    ([b"null"], MALFORMED, 0, "not"),
+    ([b"\xff\xfe\x00"], MALFORMED, 0, "not JSON"),
+    ([b'{"command_id":0}\x00'], MALFORMED, 0, "NUL"),
+    ([b'{"command_id":0} x'], MALFORMED, 0, "not JSON"),
+    ([b'{"command_id":0,"command_id":1}'], MALFORMED, 0, "not JSON"),
+    ([b'{"command_id":0,"payload":'], MALFORMED, 0, "not JSON"),
+    ([nested(65)], MALFORMED, 0, "deeper"),
+    ([nested(300_000)], MALFORMED, 0, "deeper"),
+    ([b"{}"], MALFORMED, 0, '"command_id" is missing'),
+    *(
+        ([b'{"command_id":%s}' % value], MALFORMED, 0, "")
+        for value in b'-1 4294967296 18446744073709551616 1e999 1.5 "1" null true {} []'.split()
+    ),
+    ([b'{"command_id":1,"command_name":{}}'], MALFORMED, 1, "cannot be decoded"),
+    ([b'{"command_id":1,"payload":{"address":{}}}'], MALFORMED, 1, "cannot be decoded"),
+    ([b'{"command_id":1,"payload":{"address":1e999}}'], MALFORMED, None, ""),
+    ([b'{"command_id":2,"payload":["address"]}'], MALFORMED, 2, "cannot be decoded"),
+    ([b'{"command_id":2,"payload":"address"}'], MALFORMED, 2, "cannot be decoded"),
+    ([b'{"command_id":4}'], UNKNOWN, 4, "no command with this command_id"),
+    ([b'{"command_id":4294967295,"payload":[[[]]]}'], UNKNOWN, 2**32 - 1, "no command"),
+    ([b'{"command_id":1}'], NOT_CONNECTED, 1, "cannot connect"),
+    *(
+        ([b'{"command_id":1,"payload":{"address":%s}}' % address], NOT_CONNECTED, 1, "connect")
+        for address in b'"" "nonsense" "tcp://" "tcp://127.0.0.1" "tcp://127.0.0.1:70000" 12'.split()
+    ),
+]
+
+
+def test_a_refused_request_gets_one_reply_and_changes_nothing(device, service):
+    device.send(SESSION, 1003, {"id": 1, "device_id": "dev"})
+    service.wait_line("session 1 - NMOS")
+    before = service.document()
+    names = {0: "", 1: "Add remote info consumer", 2: "Remove remote info consumer"}
+    for frames, result, command, reason in REFUSED:
+        text = service.exchange(*frames)
+        reply = schemas.check("reply", json.loads(text))
+        shown = frames[0][:60]
+        assert reply["result"] == result, shown
+        assert reply["command_id"] == (reply["command_id"] if command is None else command), shown
+        name = names.get(reply["command_id"], "not recognized")
+        assert reply["command_name"] in (name, ""), shown
+        assert reason in reply["error"] and reply["error"].endswith("."), shown
+        assert reply["payload"] == {} and set(reply) == {*"result error payload".split(), *reply}
+    assert service.document() == before
+    assert service.consumers() == []
+    assert service.lines_with("WebnotifierHandler command 4 is not recognized.") == [
+        "ERR WebnotifierHandler command 4 is not recognized."
+    ]
+    lines = service.log()
+    at = next(i for i, line in enumerate(lines) if "on addr nonsense." in line)
+    assert lines[at : at + 2] == [
+        "ERR WebnotifierPublisher: Error  Connecting socket on addr nonsense. "
+        "Error [22]::Invalid argument",
+        CHK + "Error Code -33",
+    ]
+    # What is just allowed.
+    for body in (nested(64), b'{"command_id":3,"x":"%s"}' % (b"x" * (MIB - 23))):
+        assert len(body) in (len(nested(64)), MIB)
+        assert json.loads(service.exchange(body))["result"] == 0
+
+
+def test_a_consumer_is_added_greeted_listed_and_removed(device, service):
+    consumer = service.consumer(greeting=False)
+    greeting = consumer.receive_text()
+    document = json.dumps(service.document(), sort_keys=True, separators=(",", ":"))
+    name = '"command_name":"status-all"'
+    assert greeting == f'{{"command_id":0,{name},"payload":{document}}}'
+    published = f"INF Publishing message to socket ({consumer.address}) size {len(greeting)}"
+    again = f"we already have a connection to this remote server {consumer.address}. ignoring it."
+    body = b'{"command_id":1,"payload":{"address":"%s"}}' % consumer.address.encode()
+    service.new_lines()
+    assert service.exchange(body) == (
+        b'{"command_id":1,"command_name":"Add remote info consumer","payload":{},"result":0}'
+    )
+    assert consumer.receive_text() == greeting
+    assert service.new_lines() == [
+        "ERR WebnotifierPublisher: " + again,
+        published,
+        "DBG command 1 (Add remote info consumer) carried out",
+    ]
+    # Byte for byte, ascending: others in between, and texts that only begin alike.
+    others = [consumer.address, "tcp://b:1", "tcp://a:2", "tcp://a:10", "tcp://a:1"]
+    for address in others[1:]:
+        assert service.add(address) == 0
+    assert service.request(3)["payload"] == {"remote": sorted(others)}
+    for address in (consumer.address.upper(), consumer.address + "0", *others, others[0]):
+        assert service.remove(address) == 0
+    assert service.exchange(b'{"command_id":3}') == (
+        b'{"command_id":3,"command_name":"GET Server list","payload":{},"result":0}'
+    )
+    destroyed = service.wait_line("destroying socket to", count=5)
+    assert destroyed == [f"WRN WebnotifierPublisher: destroying socket to {a}" for a in others]
+    assert service.request(7)["command_name"] == "not recognized"
+
+
+def test_requests_of_one_client_are_answered_one_by_one_in_order(service):
+    client = Client()
+    commands = [i % 5 for i in range(500)]
+    for command in commands:
+        # Several frames are one request all the same.
+        client.send(*([b"{}"] if command == 4 else []), b'{"command_id":%d}' % command)
+    replies = [json.loads(client.receive())["command_id"] for _ in commands]
+    assert replies == [command % 4 for command in commands]
+    service.request(3)
+    with pytest.raises(zmq.Again):
+        client.receive(zmq.NOBLOCK)
+
+
+@pytest.mark.skipif(INSTRUMENTED, reason="limits the address space")
+def test_a_lack_of_memory_costs_a_command_and_never_cuts_a_text(device, service):
+    def limit(room):
+        size = resource.RLIM_INFINITY if room is None else (service.memory("VmSize") << 10) + room
+        resource.prlimit(service.pid, resource.RLIMIT_AS, (size, resource.RLIM_INFINITY))
+
+    short = (
+        b'{"command_id":0,"command_name":"","error":"The service is short of memory.",'
+        b'"payload":{},"result":-103}'
+    )
+    # As long as a request may be, and some seventy times as large in memory.
+    part = b"," + b"[" * 60 + b"]" * 60
+    huge = b'{"command_id":3,"payload":[0' + part * ((MIB - 40) // len(part)) + b"]}"
+    limit(8 * MIB)
+    for _ in range(3):
+        assert service.exchange(huge) == short
+        assert service.request(3)["result"] == 0
+    assert service.lines_with("ERR command interface: std::bad_alloc")
+    limit(None)
+    for session in range(12):
+        device.send(SESSION, 1003, {"id": session, "device_id": "dev", "nmos_id": "n" * 1_000_000})
+    service.wait_line("session 11 - NMOS")
+    replies = []
+    for room in range(12):
+        limit(room * 4 * MIB)
+        replies.append(service.exchange(b'{"command_id":0}'))
+    limit(None)
+    whole = service.exchange(b'{"command_id":0}')
+    assert len(whole) > 12_000_000 and replies[0] == short and set(replies) <= {short, whole}
+    assert json.loads(service.exchange(huge))["result"] == 0

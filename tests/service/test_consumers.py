@@ -1,0 +1,98 @@
+"""What consumers receive: everything, in order, over one connection; what a full queue does."""
+
+import json
+import signal
+import time
+
+import pytest
+
+from peers import INSTRUMENTED, PTP, SESSION, Consumer, Listener, Service, bind, free_port, wait_until
+import zmq
+
+FULL = "the queue to {} is full, waiting for it to be read"
+QUEUE = 1000
+
+
+class Numbers:
+    """Numbered session statuses of a device, and what has to arrive of them."""
+
+    def __init__(self, device, service, ballast=0):
+        self.device, self.service, self.sent = device, service, 0
+        self.ballast = "." * ballast
+
+    def send(self, count):
+        for _ in range(count):
+            status = {"id": 1, "device_id": "dev", "nmos_id": f"{self.sent} {self.ballast}"}
+            self.device.send(SESSION, 1003, status)
+            self.sent += 1
+
+
+def number(text):
+    """The number of a "status-session" message; None of a "status-all"."""
+    message = json.loads(text)
+    return int(message["payload"]["nmos_id"].split()[0]) if message["command_id"] == 1 else None
+
+
+def in_order(consumer, last):
+    """Receives up to the number `last`; asserts that none is missing, twice or out of order."""
+    numbers = []
+    while not numbers or numbers[-1] != last:
+        if (value := number(consumer.receive_text())) is not None:
+            numbers.append(value)
+    assert numbers == list(range(numbers[0], last + 1))
+    return numbers
+
+
+def test_a_listener_that_hangs_up_costs_no_message_and_no_order(device, service):
+    listener = Listener(hangs_up=True)
+    assert service.add(listener.address) == 0
+    numbers = Numbers(device, service)
+    numbers.send(500)
+    wait_until(lambda: listener.accepted > 2, "the connection to be tried again")
+    numbers.send(2500)
+    service.wait_line(FULL.format(listener.address))
+    assert service.memory() < 40_000 or INSTRUMENTED
+    # The block holds up what comes next, the rest is queued on the device's side.
+    accepted = len(service.lines_with("Publishing message to socket"))
+    assert QUEUE <= accepted < 3000
+    listener.close()
+    consumer = Consumer(port=listener.port)
+    assert in_order(consumer, 2999)[0] == 0
+
+
+def test_a_stalled_consumer_sees_one_connection_and_gets_everything_once_it_reads(device, full):
+    count = 20_000
+    # Warnings only: twenty thousand lines more would be most of this test's work.
+    with Service("-l", "3") as service:
+        consumer = service.consumer(hwm=1)
+        numbers = Numbers(device, service, ballast=200)
+        numbers.send(count)
+        line = FULL.format(consumer.address)
+        service.wait_line(line)
+        time.sleep(12 if full else 1)
+        assert in_order(consumer, count - 1)[0] == 0
+        assert consumer.accepted() == 1
+        # One block is not told over and over; the loop goes on afterwards.
+        assert len(service.lines_with(line)) < count / QUEUE
+        assert service.consumers() == [consumer.address]
+
+
+def test_a_stop_ends_a_block_and_delivers_what_is_queued_for_those_that_read(device, service):
+    live = service.consumer()
+    absent = [f"tcp://127.0.0.1:{free_port()}" for _ in range(3)]
+    for address in absent:
+        assert service.add(address) == 0
+    numbers = Numbers(device, service)
+    numbers.send(3 * QUEUE)
+    # The first in the order of the addresses is named before the block.
+    service.wait_line("WRN WebnotifierPublisher: " + FULL.format(absent[0]))
+    started = time.monotonic()
+    assert service.stop() == 0
+    assert time.monotonic() - started < 1 or INSTRUMENTED
+    published = service.lines_with(f"Publishing message to socket ({live.address})")
+    assert len(live.drain()) == len(published) - 1 >= QUEUE - 1
+    refused = "ERR [WebnotifierPublisher] Error: sending message to socket {} interrupted"
+    for address in absent:
+        assert service.lines_with(refused.format(address))
+    assert service.log()[-1] == "INF Destroying 4 active connections"
+    assert len(service.lines_with("WRN WebNotifierServer:: Main loop interrupted.")) == 1

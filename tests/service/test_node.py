@@ -1,0 +1,206 @@
+"""The NMOS node: asked for the device's id while that is empty, however it behaves."""
+
+import json
+import signal
+import time
+
+import pytest
+
+import oracle
+from peers import INSTRUMENTED, NODE_ENDPOINT, PTP, SESSION, Node, device_reply
+
+MIB = 1 << 20
+UNREACHABLE, MALFORMED = -102, -101
+REQUEST = '{"command_id":0,"command_name":"GET device info","payload":null}'
+ASKING = "INF checkIfDeviceIdIsDefined:: device id is not defined. asking for it."
+AT_ONCE, ANSWER_LIMIT = 0.3, 1.5
+
+
+class Anonymous:
+    """A service whose device id is unknown, with one consumer; registering it again asks once."""
+
+    def __init__(self, device, service):
+        self.node, self.device, self.service = device.node, device, service
+        device.node.close()
+        self.consumer = service.consumer(greeting=False)
+        self.sessions = 0
+
+    def ask(self):
+        """Seconds that the service was busy with it, and the lines that it logged."""
+        self.service.new_lines()
+        started = time.monotonic()
+        assert self.service.add(self.consumer.address) == 0
+        took = time.monotonic() - started
+        return took, self.service.new_lines()
+
+    def forget(self):
+        """A session without a device id empties the document's, and asks; returns the same."""
+        self.service.new_lines()
+        started = time.monotonic()
+        self.sessions += 1
+        self.device.send(SESSION, 1003, {"id": self.sessions, "device_id": ""})
+        lines = []
+        while not any(f"session {self.sessions} - NMOS" in line for line in lines):
+            lines += self.service.new_lines()
+        return time.monotonic() - started, lines
+
+    def device_id(self):
+        return self.service.document()["device_id"]
+
+
+@pytest.fixture
+def anonymous(device, service):
+    return Anonymous(device, service)
+
+
+def failed(code):
+    """The chain of lines of a registration that has no device id."""
+    chain = ("checkIfDeviceIdIsDefined()", "publishAllDeviceStatus(std::string)")
+    return [f"ERR CHK(int WebNotifierHandler::{name})::# Error Code {code}" for name in chain]
+
+
+def test_an_absent_node_fails_at_once_and_is_found_when_it_comes_and_comes_back(anonymous, full):
+    for _ in range(3):
+        for _ in range(50 if full else 5):
+            took, lines = anonymous.ask()
+            assert took < AT_ONCE or INSTRUMENTED
+            reason = f"ERR request to {NODE_ENDPOINT}: not connected"
+            assert [ASKING, reason, *failed(UNREACHABLE)] == [
+                line for line in lines if line.startswith(("INF", "ERR CHK", "ERR request"))
+            ]
+        anonymous.node.answer("dev")
+        anonymous.node.open()
+        anonymous.ask()
+        assert anonymous.device_id() == "dev"
+        assert anonymous.node.requests() == [REQUEST]
+        anonymous.node.close()
+        anonymous.forget()
+        assert anonymous.device_id() == ""
+
+
+def test_a_silent_node_is_given_up_after_a_second_and_its_late_answers_are_not_taken(
+    anonymous, full
+):
+    node = anonymous.node
+    node.open()
+    # Every other answer comes when its request has been given up and the next one is pending.
+    rounds = 10 if full else 2
+    node.script(
+        [(f"answer {n}", 1.05 if n % 2 else 0.15) for n in range(1, 2 * rounds + 1)] + [(None, 0)]
+    )
+    for n in range(1, rounds + 1):
+        took, lines = anonymous.forget()
+        assert 0.9 < took < ANSWER_LIMIT or INSTRUMENTED
+        assert f"ERR request to {NODE_ENDPOINT}: no answer in time" in lines
+        assert anonymous.device_id() == ""
+        anonymous.ask()
+        assert anonymous.device_id() == f"answer {2 * n}"
+    assert len(node.requests()) == 2 * rounds
+
+
+def test_nonsense_is_refused_and_the_next_answer_taken(anonymous):
+    node = anonymous.node
+    node.open()
+    answer = device_reply("x").encode()
+    table = [
+        (b"", MALFORMED),
+        (b"\xff\xfe\x00", MALFORMED),
+        (b"null", MALFORMED),
+        (b"[]", MALFORMED),
+        (b'{"payload":{"device":{"id":', MALFORMED),
+        (b'{"a":' + b"[" * 100_000, MALFORMED),
+        (b" " * (MIB + 1), MALFORMED),
+        ([answer, b""], MALFORMED),
+        (b'{"result":"0","payload":{"device":{"id":"x"}}}', MALFORMED),
+        (b'{"result":-7,"payload":{"device":{"id":"x"}},"error":"no"}', -7),
+        (b'{"payload":7}', MALFORMED),
+        (b'{"payload":{"device":"x"}}', MALFORMED),
+        (b'{"payload":{"device":["x"]}}', MALFORMED),
+        (b'{"payload":{"device":{"id":{}}}}', MALFORMED),
+    ]
+    for reply, code in table:
+        node.answer(reply)
+        took, lines = anonymous.ask()
+        assert took < AT_ONCE or INSTRUMENTED
+        assert [line for line in lines if line.startswith("ERR CHK")] == failed(code), reply
+        assert anonymous.device_id() == ""
+        assert len(node.requests()) == 1
+    node.answer("fine")
+    anonymous.ask()
+    assert anonymous.device_id() == "fine"
+    assert anonymous.consumer.receive()["payload"]["device_id"] == "fine"
+
+
+def test_an_answer_without_an_id_publishes_without_one_and_is_asked_for_again(anonymous):
+    node = anonymous.node
+    node.open()
+    replies = [
+        b'{"payload":null}',
+        b"{}",
+        b'{"payload":{}}',
+        b'{"payload":{"device":{}}}',
+        b'{"payload":{"device":null}}',
+        b'{"result":0,"payload":{"device":{"id":""},"x":[]}}',
+    ]
+    for reply in replies:
+        node.answer(reply)
+        _, lines = anonymous.ask()
+        assert "INF checkIfDeviceIdIsDefined:: " in lines, reply
+        assert anonymous.consumer.receive()["payload"]["device_id"] == ""
+        assert len(node.requests()) == 1
+    node.answer(b'{"payload":{"device":{"id":12}}}')
+    anonymous.ask()
+    assert anonymous.device_id() == "12"
+
+
+def test_a_request_is_not_swallowed_by_a_connection_that_is_ending(anonymous, full):
+    node = anonymous.node
+    for round_ in range(60 if full else 12):
+        # The node goes while it is asked, or right before, and another one takes its place.
+        node.open()
+        node.answer(Node.VANISH if round_ % 2 else "dev")
+        took, _ = anonymous.ask()
+        assert took < ANSWER_LIMIT or INSTRUMENTED
+        node.close()
+        node.answer(f"round {round_}")
+        node.open()
+        anonymous.forget()
+        assert anonymous.device_id() in (f"round {round_}", "")
+        anonymous.ask()
+        assert anonymous.device_id() == f"round {round_}"
+        node.close()
+        anonymous.forget()
+
+
+def test_a_stop_ends_the_wait_for_the_node_and_the_log_tells_what_it_was(anonymous):
+    node = anonymous.node
+    node.open()
+    node.answer(None)
+    anonymous.device.send(PTP, 1000, {})
+    # Written before the wait, not after it.
+    anonymous.service.wait_line(ASKING, 2, seconds=0.9)
+    node.wait_requests(1)
+    started = time.monotonic()
+    anonymous.service.send_signal(signal.SIGTERM)
+    assert anonymous.service.wait() == 0
+    assert time.monotonic() - started < 0.95 or INSTRUMENTED
+    assert "no answer in time" not in anonymous.service.log_text()
+    assert "WRN WebNotifierServer:: Main loop interrupted." in anonymous.service.log()
+
+
+def test_the_wait_holds_up_nothing_that_was_published_before(anonymous):
+    node = anonymous.node
+    node.open()
+    node.answer(None)
+    send = anonymous.device.send
+    send(SESSION, 1003, {"id": 1, "device_id": ""})
+    node.wait_requests(1)
+    # While the service waits, two more come together; only the second one needs the node.
+    send(SESSION, 1003, {"id": 2, "device_id": "dev"})
+    send(SESSION, 1003, {"id": 3, "device_id": ""})
+    node.reply(0, "dev")
+    assert anonymous.consumer.receive()["payload"]["id"] == 1
+    assert anonymous.consumer.receive()["payload"]["id"] == 2
+    node.wait_requests(2)
+    node.reply(1, "dev")
+    assert anonymous.consumer.receive()["payload"]["id"] == 3
