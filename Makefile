@@ -53,9 +53,9 @@ torture: setup-test build ## Floods, faults and a long run, about ten minutes
 	@cmake --build --preset $(PRESET) -j $(JOBS) --target kaikla_torture
 	@tests/torture/run --full
 
-# Seconds for each target.
+# Seconds.
 FUZZ_SECONDS ?= 300
-fuzz: setup-fuzz ## Fuzz whatever reads what comes from outside, FUZZ_SECONDS for each target
+fuzz: setup-fuzz ## Fuzz the records and the handler for FUZZ_SECONDS
 	@tests/fuzz/run $(FUZZ_SECONDS)
 
 setup-fuzz:
