@@ -1,16 +1,24 @@
+// What nobody sees from outside of the process: the poll set, and signals at the one moment that
+// counts.
+
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/PollFds.hpp"
 #include "platform/api/ProcessBasics.hpp"
 #include "platform/api/StopDeadline.hpp"
+#include "platform/bundled/WholeMessage.hpp"
 
 #include <gtest/gtest.h>
 
 #include <poll.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <string>
+#include <thread>
 
 namespace {
 
@@ -81,23 +89,53 @@ void playBlockedAfterTheSignal() {
     std::_Exit(1);
 }
 
-void playFailedStart() {
-    PollFds pollFds;
-    const ProcessBasics basics(pollFds);
-    constexpr int kStatus = -35;
-    StopDeadline::arm(kStatus, std::chrono::milliseconds(50));
-    ::raise(SIGTERM);
-    for (;;) {
-        ::pause();
-    }
-}
-
 TEST(ProcessBasicsDeathTest, SignalsAreNotLostAndEndBlockedCalls) {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         EXPECT_EXIT(playSignalBeforeTheWait(signal), testing::ExitedWithCode(0), "");
     }
     EXPECT_EXIT(playBlockedAfterTheSignal(), testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(playFailedStart(), testing::ExitedWithCode(221), "");
+}
+
+extern "C" void takeNoNotice(int) {}
+
+TEST(WholeMessage, IsNotTornApartBySignals) {
+    struct sigaction action {};
+    action.sa_handler = takeNoNotice;
+    ASSERT_EQ(::sigaction(SIGUSR1, &action, nullptr), 0);
+    zmq::context_t context;
+    zmq::socket_t requester(context, zmq::socket_type::req);
+    zmq::socket_t replier(context, zmq::socket_type::rep);
+    replier.bind("tcp://127.0.0.1:*");
+    requester.connect(replier.get(zmq::sockopt::last_endpoint));
+
+    std::atomic<bool> over{false};
+    std::thread storm([&over, target = pthread_self()] {
+        while (!over) {
+            pthread_kill(target, SIGUSR1);
+        }
+    });
+    // Few calls are interrupted at the one moment that counts.
+    for (int i = 0; i < 10'000 && !HasFailure(); ++i) {
+        const std::string number = std::to_string(i);
+        for (const zmq::send_flags flags : {zmq::send_flags::sndmore, zmq::send_flags::none}) {
+            (void)whole_message::uninterrupted(
+                [&] { return requester.send(zmq::buffer(number), flags); });
+        }
+        zmq::message_t first;
+        zmq::message_t second;
+        std::size_t frames = 0;
+        while (frames == 0) {
+            frames = whole_message::receive(replier, {&first, &second});
+        }
+        EXPECT_EQ(frames, 2U);
+        EXPECT_EQ(second.to_string_view(), number);
+        (void)whole_message::uninterrupted(
+            [&] { return replier.send(first, zmq::send_flags::none); });
+        while (whole_message::receive(requester, {&first}) == 0) {
+        }
+    }
+    over = true;
+    storm.join();
 }
 
 } // namespace
