@@ -20,10 +20,12 @@ int WebNotifierServer::init() {
 }
 
 int WebNotifierServer::mainLoop() {
+    constexpr long kWithoutLimit = -1;
     Logger::log(Logger::LOG_LEVEL_INF, "WebNotifierServer - waiting for commands! poll size %d",
                 pollFds.getPollListSize());
     while (!ProcessBasics::stopRequested()) {
-        const int ready = waitForEvents();
+        Logger::flush();
+        const int ready = zmq_poll(pollFds.getPollList(), pollFds.getPollListSize(), kWithoutLimit);
         if (ready == -1) {
             if (errno != EINTR) {
                 Logger::log(Logger::LOG_LEVEL_ERR, "WebNotifierServer:: Poll event received: %s",
@@ -43,18 +45,6 @@ int WebNotifierServer::mainLoop() {
     }
     Logger::log(Logger::LOG_LEVEL_WRN, "WebNotifierServer:: Main loop interrupted.");
     return processBasics.tearDownCatchSignals(pollFds);
-}
-
-/// zmq_poll without a limit, with a look first whether there is anything to wait for: only then the
-/// log is flushed, so that under load its lines leave many at a time.
-int WebNotifierServer::waitForEvents() {
-    const int ready = zmq_poll(pollFds.getPollList(), pollFds.getPollListSize(), 0);
-    if (ready != 0) {
-        return ready;
-    }
-    Logger::flush();
-    constexpr long kWithoutLimit = -1;
-    return zmq_poll(pollFds.getPollList(), pollFds.getPollListSize(), kWithoutLimit);
 }
 
 void WebNotifierServer::dispatchEvents() {

@@ -6,14 +6,14 @@
 
 #include <zmq.hpp>
 
-/// The process-level object: it owns everything that lives as long as the service, and its loop is
-/// the service's only one. All work happens inside mainLoop, on one thread.
+/// The process-level object: it owns everything that lives as long as the service, and runs the
+/// service's only loop. All work happens inside mainLoop, on one thread.
 class WebNotifierServer {
 public:
     /// Throws zmq::error_t when the ZeroMQ context cannot be created.
     WebNotifierServer();
-    /// Does not return by itself once init() has created the command socket, which is never closed:
-    /// StopDeadline, armed by the termination signal or by the caller, ends the process meanwhile.
+    /// Once init() has created the command socket, which is never closed, context termination
+    /// blocks: StopDeadline, armed by the termination signal or by the caller, ends the process.
     virtual ~WebNotifierServer();
     WebNotifierServer(const WebNotifierServer&) = delete;
     WebNotifierServer& operator=(const WebNotifierServer&) = delete;
@@ -28,7 +28,6 @@ public:
     int mainLoop();
 
 private:
-    int waitForEvents();
     void dispatchEvents();
 
     // Constructed in this order and destroyed in the reverse.

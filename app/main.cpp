@@ -47,7 +47,7 @@ void printUsage(const char* program) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // Whoever reads what this process writes may go away at any time, from the usage text on.
+    // A reader of standard error that goes away must not end the process.
     std::signal(SIGPIPE, SIG_IGN);
     Options options;
     if (!readOptions(argc, argv, options)) {
@@ -59,7 +59,7 @@ int main(int argc, char** argv) {
 
     WebNotifierServer server;
     if (const int code = CHK(server.init()); code < 0) {
-        // No message is on its way to anybody, and the open command socket would hold up the end.
+        // Nothing is queued, but the open command socket would block context termination.
         StopDeadline::arm(code, StopDeadline::kNoConsumers);
         return code;
     }
