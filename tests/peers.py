@@ -181,6 +181,10 @@ class Process:
         status = pathlib.Path(f"/proc/{self.pid}/status").read_text(encoding="ascii")
         return int(re.search(rf"^{field}:\s+(\d+)", status, re.MULTILINE)[1])
 
+    def state(self):
+        """T for a stopped process, S for one that waits ..."""
+        return pathlib.Path(f"/proc/{self.pid}/stat").read_text().rpartition(")")[2].split()[0]
+
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.pid}/fd"))
 
@@ -216,6 +220,9 @@ class Client:
     def request(self, command, payload=None):
         body = {"command_id": command, "command_name": "", "payload": payload}
         return json.loads(self.exchange(json.dumps(body).encode()))
+
+    def timeout(self, seconds):
+        self._socket.rcvtimeo = int(seconds * 1000)
 
     def close(self):
         self._socket.close()

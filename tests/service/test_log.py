@@ -1,0 +1,186 @@
+"""The log: what reaches standard error and the file, and that no fault of either costs a message."""
+
+import json
+import os
+import shutil
+import stat
+import subprocess
+import threading
+
+import pytest
+
+from peers import SESSION, Service, wait_until
+
+KIB, MIB = 1 << 10, 1 << 20
+LOST = "its lines are lost until it can be written again"
+BACK = "can be written again"
+PRIVATE_MOUNTS = ["unshare", "--map-root-user", "--mount"]
+
+
+class Chatter:
+    """A consumer, and messages to it that each make two lines in the log."""
+
+    def __init__(self, device, service):
+        self.device, self.service = device, service
+        self.consumer = service.consumer()
+        self.sent = 0
+
+    def log_at_least(self, size):
+        """Every message has to arrive meanwhile, whatever becomes of the log."""
+        for _ in range(0, size, 2 * KIB):
+            text = f"{self.sent} " + "." * 2 * KIB
+            self.device.send(SESSION, 1003, {"id": 1, "device_id": "dev", "nmos_id": text})
+            assert json.loads(self.consumer.receive_text())["payload"]["nmos_id"] == text
+            self.sent += 1
+
+
+def test_the_file_gets_the_same_lines_and_only_when_it_is_named(device, tmp_path):
+    file = tmp_path / "log"
+    expected = ""
+    for _ in range(2):
+        with Service("-L", file) as service:
+            Chatter(device, service).log_at_least(16 * KIB)
+            service.stop()
+            expected += service.log_text()
+        assert file.read_text(encoding="utf-8") == expected
+    assert "session 1 - NMOS" in expected
+    with Service("-l", "5") as service:
+        opened = [os.readlink(entry) for entry in os.scandir(f"/proc/{service.pid}/fd")]
+        assert not any("kaikla.log" in name for name in opened)
+    with Service("-L", "/nowhere/x.log") as service:
+        assert service.log()[0] == (
+            "ERR log file /nowhere/x.log cannot be opened: No such file or directory; "
+            "going on without it"
+        )
+
+
+def test_a_line_is_written_before_the_service_waits_and_never_broken(device, service):
+    device.send(SESSION, 1003, {"id": 1, "device_id": "dev", "nmos_id": "a\nb\x1b[31m\u202e" * 900})
+    line = service.wait_line("session 1 - NMOS a\\nb\\x1b[31m")[0]
+    assert "\u202e" not in line and 4000 < len(line) < 20_000
+    for number in range(300):
+        device.send(SESSION, 1001, {"id": number})
+    lines = service.wait_line("avmgrNotifyRemovedSessionEvent:: session", 300)
+    assert lines == [f"INF avmgrNotifyRemovedSessionEvent:: session {n}" for n in range(300)]
+
+
+def test_the_file_is_rotated(device, tmp_path):
+    with Service("-L", tmp_path / "log") as service:
+        Chatter(device, service).log_at_least(5 * MIB)
+        service.stop()
+        expected = service.log_text()
+    assert sorted(os.listdir(tmp_path)) == ["log", "log.1"]
+    parts = [(tmp_path / name).read_text(encoding="utf-8") for name in ("log.1", "log")]
+    assert "".join(parts) == expected and parts[0].endswith("\n")
+    assert 3 * MIB < len(parts[0]) <= 4 * MIB
+
+
+def full_at_first(tmp_path):
+    """A file system of 64 KiB that only the service sees, of which 40 are taken."""
+    mount = f'mount -t tmpfs -o size=64k tmpfs {tmp_path} && head -c 40960 /dev/zero >{tmp_path}/x'
+    return [*PRIVATE_MOUNTS, "sh", "-c", mount + ' && exec "$0" "$@"']
+
+
+def make_room(service, tmp_path):
+    os.unlink(f"/proc/{service.pid}/root{tmp_path}/x")
+
+
+def raise_limit(service, _):
+    subprocess.run(["prlimit", "--pid", str(service.pid), "--fsize=unlimited"], check=True)
+
+
+def new_directory(_, tmp_path):
+    tmp_path.mkdir()
+
+
+@pytest.mark.parametrize(
+    "launcher, mend",
+    [
+        (full_at_first, make_room),
+        (lambda _: ["prlimit", "--fsize=65536:unlimited"], raise_limit),
+        (None, new_directory),
+        (lambda _: [], None),
+    ],
+    ids=["full disk", "size limit", "directory gone", "always full"],
+)
+def test_a_file_that_cannot_be_written_is_told_once(device, tmp_path, launcher, mend):
+    directory = tmp_path / "logs"
+    directory.mkdir()
+    if launcher is full_at_first and subprocess.run([*PRIVATE_MOUNTS, "true"]).returncode != 0:
+        pytest.skip("private mounts are refused")
+    file = directory / "log" if mend else "/dev/full"
+    command = launcher(directory) if launcher else []
+    # Its own log is on standard error; the limit of a file's size would meet it too.
+    reader = {"stderr": subprocess.PIPE} if "prlimit" in command else {}
+    with Service("-L", file, launcher=command, **reader) as service:
+        text = []
+        if reader:
+            lines = service.process.stderr
+            threading.Thread(target=lambda: text.extend(lines), daemon=True).start()
+
+        def told(what):
+            shown = [line.decode() for line in text] if reader else service.log()
+            return [line for line in shown if what in line]
+
+        chatter = Chatter(device, service)
+        chatter.log_at_least(128 * KIB)
+        if not launcher:
+            shutil.rmtree(directory)
+            chatter.log_at_least(5 * MIB)
+        wait_until(lambda: told(LOST), "the failure to be told")
+        assert len(told(LOST)) == 1 and len(told(BACK)) == 1
+        if mend:
+            mend(service, directory)
+            chatter.log_at_least(8 * KIB)
+            wait_until(lambda: len(told(BACK)) == 2, "the log to be written again")
+            seen = f"/proc/{service.pid}/root{file}"
+            with open(seen, encoding="utf-8") as log:
+                wait_until(lambda: f" {chatter.sent - 1} ." in log.read(), "the last line")
+
+
+def test_a_fifo_is_written_while_it_is_read_and_costs_no_message_when_its_reader_goes(
+    device, tmp_path
+):
+    fifo = tmp_path / "fifo"
+    os.mkfifo(fifo)
+    with Service("-L", fifo) as service:
+        assert "cannot be opened: No such device or address" in service.log_text()
+    with subprocess.Popen(["cat", fifo], stdout=subprocess.PIPE) as reader:
+        with Service("-L", fifo) as service:
+            chatter = Chatter(device, service)
+            read = []
+            threading.Thread(target=lambda: read.extend(reader.stdout), daemon=True).start()
+            chatter.log_at_least(256 * KIB)
+            wait_until(
+                lambda: b"".join(read).decode().count("\n") == service.log_text().count("\n"),
+                "the lines on the other side",
+            )
+            reader.kill()
+            chatter.log_at_least(64 * KIB)
+            assert service.stop() == 0
+    assert stat.S_ISFIFO(os.stat(fifo).st_mode)
+
+
+def test_a_device_is_never_renamed(device, tmp_path):
+    null = tmp_path / "null"
+    try:
+        # One of the test's own, like the null device.
+        os.mknod(null, 0o600 | stat.S_IFCHR, os.makedev(1, 3))
+        null.write_bytes(b"x")
+    except OSError:
+        pytest.skip("no device can be made here")
+    link = tmp_path / "link"
+    link.symlink_to(null)
+    with Service("-L", link) as service:
+        Chatter(device, service).log_at_least(5 * MIB)
+    assert sorted(os.listdir(tmp_path)) == ["link", "null"]
+    assert stat.S_ISCHR(os.stat(null).st_mode)
+
+
+def test_standard_error_may_be_closed_or_its_reader_gone(device, tmp_path):
+    for command in ('exec "$0" "$@" 2> >(true)', 'exec "$0" "$@" 2>&-'):
+        file = tmp_path / command[-3:]
+        with Service("-L", file, launcher=["bash", "-c", command]) as service:
+            Chatter(device, service).log_at_least(128 * KIB)
+            assert service.stop() == 0
+        assert file.read_text(encoding="utf-8").endswith("Destroying 1 active connections\n")
