@@ -65,7 +65,7 @@ TEST_F(LoggerTest, LineHoldsUtcTimeLevelProcessNameAndTheEscapedText) {
     (void)std::strftime(minute.data(), minute.size(), "%Y-%m-%dT%H:", std::gmtime(&now));
     Logger::log(Logger::LOG_LEVEL_NTF, "%s has %d", "text", 42);
     const std::vector<std::array<std::string, 2>> texts = {
-        {"a\nb\r\tc\x1b[31m\x7f \\n", "a\\nb\\r\\tc\\x1b[31m\\x7f \\n"},
+        {"a\nb\r\tc\x1b[31m\x7f \\n", R"(a\nb\r\tc\x1b[31m\x7f \n)"},
         // Characters of several bytes stay, C1 control characters do not.
         {"\xc3\xa9 \xe2\x82\xac \xf0\x9f\x8e\xa7", "\xc3\xa9 \xe2\x82\xac \xf0\x9f\x8e\xa7"},
         {"\xc2\x85\xc2\x9f\xc2\xa0", "\\xc2\\x85\\xc2\\x9f\xc2\xa0"},
