@@ -1,5 +1,5 @@
-# Bash completion for kaiklactl. Commands and options; for "remove" and "doctor" also the consumers
-# that the service has registered.
+# Bash completion for kaiklactl. Commands and options; for "remove", "drain" and "doctor" also the
+# consumers that the service has registered.
 
 # The consumers' addresses, one a line, from the service that the command line names.
 _kaiklactl_consumers() {
@@ -9,7 +9,7 @@ _kaiklactl_consumers() {
     for ((i = 1; i < ${#words[@]} - 1; ++i)); do
         [[ ${words[i]} != --server ]] || server=(--server "${words[i + 1]}")
     done
-    kaiklactl --timeout 0.5 "${server[@]}" list 2>/dev/null
+    kaiklactl --timeout 0.5 "${server[@]}" list --no-check 2>/dev/null
 }
 
 _kaiklactl() {
@@ -20,7 +20,7 @@ _kaiklactl() {
     local word command=
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in
-        status | add | remove | list | watch | doctor) command=$word ;;
+        status | add | remove | list | watch | doctor | drain) command=$word ;;
         esac
     done
     COMPREPLY=()
@@ -29,25 +29,29 @@ _kaiklactl() {
     --server | --timeout | --bind | --address | --count) return ;;
     esac
 
-    local choices
+    local choices addresses=
     case $command in
-    '') choices="$common --version status add remove list watch doctor" ;;
+    '') choices="$common --version status add remove list watch doctor drain" ;;
     status) choices="$common --json --pretty" ;;
+    list) choices="$common --no-check" ;;
     watch) choices="$common --bind --address --count --json" ;;
-    *) choices=$common ;;
+    remove | doctor | drain) choices=$common addresses=yes ;;
+    add)
+        [[ $current == -* ]] || return
+        choices=$common
+        ;;
     esac
-    if [[ -z $command || $current == -* || $command == status || $command == watch ]]; then
+    if [[ -z $addresses || $current == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$current")
         return
     fi
 
-    [[ $command == remove || $command == doctor ]] || return
     # Bash replaces what follows the last colon only.
     local typed=
     [[ $COMP_WORDBREAKS != *:* ]] || typed=${current%"${current##*:}"}
     local address quoted
     while IFS= read -r address; do
-        # Addresses come from whoever registered them: they are never left to the shell to expand.
+        # Addresses come from the network: they are never left to the shell to expand.
         if [[ $address == "$current"* ]]; then
             printf -v quoted %q "${address#"$typed"}"
             COMPREPLY+=("$quoted")

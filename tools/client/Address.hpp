@@ -6,8 +6,28 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
+/// Addresses are ZeroMQ endpoints: "tcp://HOST:PORT" or "ipc://PATH". The library is generous with
+/// them (it connects to port 7000 for 72536, and binds over an ordinary file), so they are checked
+/// before they are used.
 namespace client {
+
+/// Throws BadEndpoint unless the service can connect to `address` as far as its text tells: a host,
+/// a port from 1 to 65535, no wildcard; for "ipc", a path where nothing or a socket is.
+void checkConnectable(const std::string& address);
+
+/// Throws BadEndpoint unless `endpoint` may be bound: as above, but wildcards are allowed, and at
+/// an "ipc" path nobody may listen.
+void checkBindable(const std::string& endpoint);
+
+/// The same for addresses that lead to the same place, whatever the case of their letters, leading
+/// zeros of their port and "localhost" for 127.0.0.1. Asks no name server.
+std::string canonical(const std::string& address);
+
+/// The address with its host name looked up, as a socket on that host has to bind it. Unchanged
+/// when there is no name in it, and when the name is not known.
+std::string withNumericHost(const std::string& address);
 
 /// The IPv4 address from which this machine reaches the host of a "tcp://host:port" endpoint:
 /// 127.0.0.1 for one on this machine, and when the host cannot be found.
@@ -21,17 +41,18 @@ bool isLoopback(const std::string& endpoint);
 enum class Reachability {
     /// A consumer: a socket that takes what a PUSH socket sends.
     consumer,
-    /// Something that accepts connections but does not understand the service.
+    /// Something that accepts connections but does not understand the service, or is stopped.
     stranger,
     /// Nothing that accepts a connection from this machine.
     nobody,
-    /// Not an address that can be connected to.
-    invalid,
 };
 
-/// Connects to `address` from this machine, as the service does, sends nothing and closes the
-/// connection. A refusal is known at once; silence takes `limit`. A signal throws Interrupted.
-Reachability tryConnecting(zmq::context_t& context, const std::string& address,
-                           std::chrono::milliseconds limit, StopSignals& stop);
+/// Connects to each address from this machine, as the service does, sends nothing and closes the
+/// connections. A refusal is known at once; silence takes `limit`. Returns one answer an address,
+/// in their order; nobody listens at an address that cannot be connected to. A signal throws
+/// Interrupted.
+std::vector<Reachability> tryConnecting(zmq::context_t& context,
+                                        const std::vector<std::string>& addresses,
+                                        std::chrono::milliseconds limit, StopSignals& stop);
 
 } // namespace client

@@ -18,7 +18,12 @@ class BadEndpoint : public Failure {
 
 /// The service did not answer, or not in a way that can be read.
 class NoAnswer : public Failure {
-    using Failure::Failure;
+public:
+    explicit NoAnswer(const std::string& sentence, bool isWithService = false)
+        : Failure(sentence), withService(isWithService) {}
+
+    /// The request reached the service, which may still carry it out.
+    bool withService;
 };
 
 /// The service answered with a negative code; the sentence is its own.

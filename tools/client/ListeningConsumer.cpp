@@ -3,7 +3,11 @@
 #include "tools/client/Address.hpp"
 #include "tools/client/Failure.hpp"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdint>
+#include <string_view>
 
 namespace client {
 namespace {
@@ -13,27 +17,67 @@ constexpr std::int64_t kMaxMessageBytes = std::int64_t{64} * 1024 * 1024;
 
 constexpr const char* kAnyAddress = "tcp://0.0.0.0:";
 
+constexpr int kFirstPort = 5591;
+constexpr int kLastPort = 5599;
+
+std::string whyNotBound(const std::string& endpoint, const zmq::error_t& error) {
+    const std::string start = "cannot listen on " + endpoint + ": ";
+    switch (error.num()) {
+    case EADDRINUSE:
+        return start + "another program, maybe another watch, does.";
+    case EADDRNOTAVAIL:
+    case ENODEV:
+        return start + "this host does not have that address; run this on the host that has it.";
+    default:
+        return start + error.what() + ".";
+    }
+}
+
+void bindFirst(zmq::socket_t& socket, const std::vector<std::string>& endpoints) {
+    for (const std::string& endpoint : endpoints) {
+        try {
+            checkBindable(endpoint);
+            socket.bind(endpoint);
+            return;
+        } catch (const zmq::error_t& error) {
+            if (error.num() != EADDRINUSE || &endpoint == &endpoints.back()) {
+                throw BadEndpoint(whyNotBound(endpoint, error));
+            }
+        }
+    }
+}
+
 } // namespace
 
-ListeningConsumer::ListeningConsumer(zmq::context_t& context, const std::string& bindEndpoint,
+ListeningConsumer::ListeningConsumer(zmq::context_t& context,
+                                     const std::vector<std::string>& endpoints,
                                      const std::string& server)
     : socket(context, zmq::socket_type::pull) {
-    const std::string endpoint =
-        bindEndpoint.empty() ? "tcp://" + ownAddressTowards(server) + ":*" : bindEndpoint;
     socket.set(zmq::sockopt::linger, 0);
     socket.set(zmq::sockopt::maxmsgsize, kMaxMessageBytes);
     monitor.emplace(context, socket);
-    try {
-        socket.bind(endpoint);
-        ownAddress = socket.get(zmq::sockopt::last_endpoint);
-    } catch (const zmq::error_t& error) {
-        throw BadEndpoint("cannot listen on " + endpoint + ": " + error.what() +
-                          "; an endpoint looks like tcp://192.0.2.10:7000.");
-    }
+    bindFirst(socket, endpoints);
+    ownAddress = socket.get(zmq::sockopt::last_endpoint);
     // Nobody can connect to "any address".
-    if (const std::string any = kAnyAddress; ownAddress.compare(0, any.size(), any) == 0) {
+    if (const std::string any = kAnyAddress; ownAddress.starts_with(any)) {
         ownAddress = "tcp://" + ownAddressTowards(server) + ":" + ownAddress.substr(any.size());
     }
+}
+
+ListeningConsumer::~ListeningConsumer() {
+    constexpr std::string_view kIpc = "ipc://";
+    if (ownAddress.starts_with(kIpc)) {
+        // The library leaves it behind.
+        ::unlink(ownAddress.c_str() + kIpc.size());
+    }
+}
+
+std::vector<std::string> ListeningConsumer::usualEndpoints(const std::string& server) {
+    std::vector<std::string> endpoints;
+    for (int port = kFirstPort; port <= kLastPort; ++port) {
+        endpoints.push_back("tcp://" + ownAddressTowards(server) + ":" + std::to_string(port));
+    }
+    return endpoints;
 }
 
 std::optional<std::string> ListeningConsumer::receive() {

@@ -139,46 +139,69 @@ std::string noAnswerSentence(const Service& service, ServiceConnection::State st
         "no answer from " + service.endpoint + " within " + inSeconds(service.timeout) + ": ";
     switch (state) {
     case ServiceConnection::State::connecting:
-        return start + "kaikla does not run there, or cannot be reached.";
+        return start + "kaikla does not run there, or cannot be reached. Start it (systemctl start "
+                       "kaikla), or name its endpoint with --server.";
     case ServiceConnection::State::accepted:
         return start + "something listens there, but it is stopped or not kaikla.";
     case ServiceConnection::State::connected:
-        return start + "it is there but busy; a consumer that no longer reads can hold "
-                       "it up.";
+        return start + "it waits, most likely for a consumer that does not read. The last warning "
+                       "in its log names the consumer; \"kaiklactl drain ADDRESS\" frees the "
+                       "service from it.";
     case ServiceConnection::State::lost:
         break;
     }
     return "no answer from " + service.endpoint + ": it closed the connection.";
 }
 
-Json::Value request(zmq::context_t& context, const Service& service,
-                    WebNotifierCommand::webnotifier_command_id_t command,
-                    const Json::Value& payload, StopSignals* stop) {
+std::vector<Json::Value> exchange(zmq::context_t& context, const Service& service,
+                                  const std::vector<Request>& requests, StopSignals* stop) {
     const auto deadline = Clock::now() + service.timeout;
     ServiceConnection connection(context, service.endpoint);
     std::array<zmq_pollitem_t, 3> items = {connection.stateItem(), connection.replyItem(),
                                            stop != nullptr ? pollItem(*stop) : zmq_pollitem_t{}};
     const std::size_t itemCount = stop != nullptr ? items.size() : items.size() - 1;
+    std::vector<Json::Value> payloads;
     for (bool sent = false;;) {
         waitFor({items.data(), itemCount}, deadline);
         if (stop != nullptr) {
             throwIfStopped(*stop);
         }
-        if (const std::optional<Reply> reply = connection.receive()) {
+        while (std::optional<Reply> reply = connection.receive()) {
             if (reply->result < 0) {
                 throw Refused(reply->error);
             }
-            return reply->payload;
+            payloads.push_back(std::move(reply->payload));
+            if (payloads.size() == requests.size()) {
+                return payloads;
+            }
         }
         const ServiceConnection::State state = connection.update();
         if (state == ServiceConnection::State::connected && !sent) {
-            connection.send(command, payload);
+            for (const Request& request : requests) {
+                connection.send(request.command, request.payload);
+            }
             sent = true;
         }
         if (state == ServiceConnection::State::lost || Clock::now() >= deadline) {
-            throw NoAnswer(noAnswerSentence(service, state));
+            throw NoAnswer(noAnswerSentence(service, state), sent);
         }
     }
+}
+
+Json::Value request(zmq::context_t& context, const Service& service,
+                    WebNotifierCommand::webnotifier_command_id_t command,
+                    const Json::Value& payload, StopSignals* stop) {
+    return exchange(context, service, {{command, payload}}, stop).front();
+}
+
+std::vector<std::string> removeConsumer(zmq::context_t& context, const Service& service,
+                                        const std::string& address, StopSignals* stop) {
+    return registeredConsumers(
+        exchange(context, service,
+                 {{WebNotifierCommand::get_server_list, Json::Value()},
+                  {WebNotifierCommand::remove_remote_info_consumer, consumerPayload(address)}},
+                 stop)
+            .front());
 }
 
 } // namespace client

@@ -78,13 +78,29 @@ struct Service {
     std::chrono::milliseconds timeout{};
 };
 
-/// Why no reply came within the service's timeout, in a sentence that says where to look.
+/// Why no reply came within the service's timeout, in a sentence that says what to do.
 std::string noAnswerSentence(const Service& service, ServiceConnection::State state);
 
-/// Connects, sends one command and waits for its reply, all within the service's timeout. Returns
-/// the payload. Throws BadEndpoint, NoAnswer or Refused; with `stop`, a signal throws Interrupted.
+/// One command and what it is about.
+struct Request {
+    WebNotifierCommand::webnotifier_command_id_t command;
+    Json::Value payload;
+};
+
+/// Connects, sends the requests, one right after the other, and waits for their replies, all within
+/// the service's timeout. Returns the payloads. Throws BadEndpoint, NoAnswer or Refused; with
+/// `stop`, a signal throws Interrupted.
+std::vector<Json::Value> exchange(zmq::context_t& context, const Service& service,
+                                  const std::vector<Request>& requests,
+                                  StopSignals* stop = nullptr);
+
+/// The same for a single request.
 Json::Value request(zmq::context_t& context, const Service& service,
                     WebNotifierCommand::webnotifier_command_id_t command,
                     const Json::Value& payload = Json::Value(), StopSignals* stop = nullptr);
+
+/// Removes a consumer. Returns the consumers that were registered before.
+std::vector<std::string> removeConsumer(zmq::context_t& context, const Service& service,
+                                        const std::string& address, StopSignals* stop = nullptr);
 
 } // namespace client

@@ -23,7 +23,7 @@ enum class ExitStatus {
 
 /// The command line, checked as far as it can be without the service.
 struct Options {
-    enum class Action { status, add, remove, list, watch, doctor };
+    enum class Action { status, add, remove, list, watch, doctor, drain };
 
     Action action = Action::status;
     std::string server = platform_protocol::kCommandEndpoint;
@@ -33,7 +33,10 @@ struct Options {
     bool json = false;
     /// status: indented JSON.
     bool pretty = false;
-    /// add, remove and doctor: the consumer that the command is about; doctor can do without.
+    /// list: whether to try whether the consumers can be reached.
+    bool check = true;
+    /// add, remove, drain and doctor: the consumer that the command is about; doctor can do
+    /// without.
     std::string address;
     /// watch: where to listen and, when that is not what the service can connect to, what to
     /// register instead. Empty for the default.

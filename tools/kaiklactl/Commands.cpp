@@ -1,16 +1,22 @@
 #include "tools/kaiklactl/Commands.hpp"
 
 #include "platform/records/JsonText.hpp"
+#include "tools/client/Address.hpp"
+#include "tools/client/Failure.hpp"
 #include "tools/client/ServiceConnection.hpp"
 #include "tools/kaiklactl/StatusReport.hpp"
 #include "tools/kaiklactl/Terminal.hpp"
 
 #include <json/writer.h>
 
-#include <iostream>
+#include <algorithm>
+#include <chrono>
+#include <vector>
 
 namespace kaiklactl {
 namespace {
+
+using client::Reachability;
 
 std::string indented(const Json::Value& document) {
     Json::StreamWriterBuilder builder;
@@ -21,51 +27,132 @@ std::string indented(const Json::Value& document) {
     return Json::writeString(builder, document);
 }
 
-std::string statusText(const Options& options, Json::Value document) {
+/// What is wrong at a consumer's address; empty when a consumer listens there.
+std::string fault(Reachability reachability) {
+    switch (reachability) {
+    case Reachability::nobody:
+        return "nobody listens there";
+    case Reachability::stranger:
+        return "what listens there is stopped or no consumer";
+    case Reachability::consumer:
+        break;
+    }
+    return "";
+}
+
+class Commands {
+public:
+    Commands(const Options& commandOptions, zmq::context_t& zmqContext, StopSignals& stopSignals)
+        : options(commandOptions), context(zmqContext),
+          stop(stopSignals), service{options.server, options.timeout} {}
+
+    std::string status();
+    std::string add();
+    std::string remove();
+    std::string list();
+
+private:
+    Json::Value ask(WebNotifierCommand::webnotifier_command_id_t command,
+                    const Json::Value& payload = Json::Value()) {
+        return client::request(context, service, command, payload, &stop);
+    }
+
+    /// What is wrong at each address, as far as it can be seen from here.
+    std::vector<std::string> faults(const std::vector<std::string>& addresses);
+
+    const Options& options;
+    zmq::context_t& context;
+    StopSignals& stop;
+    const client::Service service;
+};
+
+std::string Commands::status() {
+    Json::Value document = ask(WebNotifierCommand::get_device_status)["status"];
     if (options.pretty) {
-        return indented(document) + '\n';
+        return indented(document);
     }
     if (options.json) {
-        return toCompactJson(document) + '\n';
+        return toCompactJson(document);
     }
     WebNotifierDeviceStatus status;
     status.Deserialize(document);
-    return statusReport(status, colourWanted());
+    std::string report = statusReport(status, colourWanted());
+    report.pop_back();
+    return report;
 }
 
-std::string run(const Options& options, zmq::context_t& context, StopSignals& stop) {
-    const client::Service service{options.server, options.timeout};
-    const auto ask = [&](WebNotifierCommand::webnotifier_command_id_t command,
-                         const Json::Value& payload = Json::Value()) {
-        return client::request(context, service, command, payload, &stop);
-    };
-    switch (options.action) {
-    case Options::Action::add:
+std::string Commands::add() {
+    client::checkConnectable(options.address);
+    try {
         ask(WebNotifierCommand::add_remote_info_consumer, client::consumerPayload(options.address));
-        return printable(options.address).text + " is registered.\n";
-    case Options::Action::remove:
-        ask(WebNotifierCommand::remove_remote_info_consumer,
-            client::consumerPayload(options.address));
-        return printable(options.address).text + " is not registered any more.\n";
-    case Options::Action::list: {
-        std::string lines;
-        for (const std::string& address :
-             client::registeredConsumers(ask(WebNotifierCommand::get_server_list))) {
-            lines += printable(address).text + '\n';
-        }
-        return lines;
+    } catch (const client::NoAnswer& failure) {
+        throw client::NoAnswer(
+            failure.what() +
+            std::string(failure.withService ? " It may still register the consumer then." : ""));
     }
-    default:
-        return statusText(options, ask(WebNotifierCommand::get_device_status)["status"]);
+    if (const std::string wrong = faults({options.address}).front(); !wrong.empty()) {
+        notice(options.address + ": " + wrong + ", seen from here. Messages queue up; when the " +
+               "queue is full, the service waits.");
     }
+    return printable(options.address).text + " is registered.";
+}
+
+std::string Commands::remove() {
+    const std::string address = printable(options.address).text;
+    const std::vector<std::string> before =
+        client::removeConsumer(context, service, options.address, &stop);
+    if (std::find(before.begin(), before.end(), options.address) != before.end()) {
+        return address + " is not registered any more.";
+    }
+    const auto similar = std::find_if(before.begin(), before.end(), [this](const auto& other) {
+        return client::canonical(other) == client::canonical(options.address);
+    });
+    return address + " was not registered" +
+           (similar == before.end() ? "." : ", but " + printable(*similar).text + " is.");
+}
+
+std::string Commands::list() {
+    const std::vector<std::string> addresses =
+        client::registeredConsumers(ask(WebNotifierCommand::get_server_list));
+    const std::vector<std::string> wrong =
+        options.check ? faults(addresses) : std::vector<std::string>(addresses.size());
+    const bool colour = colourWanted();
+    std::string lines;
+    for (std::size_t i = 0; i < addresses.size(); ++i) {
+        lines += (i == 0 ? "" : "\n") + printable(addresses[i]).text;
+        lines += wrong[i].empty() ? "" : "  " + painted("! " + wrong[i], Style::alarm, colour);
+    }
+    return lines;
+}
+
+std::vector<std::string> Commands::faults(const std::vector<std::string>& addresses) {
+    // A consumer that listens accepts at once; a network in between may take a moment.
+    constexpr std::chrono::milliseconds kLimit{500};
+    const std::vector<Reachability> reachable =
+        client::tryConnecting(context, addresses, std::min(kLimit, service.timeout), stop);
+    const bool onThisMachine = client::isLoopback(service.endpoint);
+    std::vector<std::string> texts;
+    for (std::size_t i = 0; i < addresses.size(); ++i) {
+        // The loopback address of another machine cannot be tried from here.
+        const bool unknown = !onThisMachine && client::isLoopback(addresses[i]);
+        texts.push_back(unknown ? "" : fault(reachable[i]));
+    }
+    return texts;
 }
 
 } // namespace
 
-void runCommand(const Options& options, zmq::context_t& context, StopSignals& stop) {
-    std::cout << run(options, context, stop) << std::flush;
-    if (!std::cout) {
-        throw std::runtime_error("the output cannot be written.");
+std::string runCommand(const Options& options, zmq::context_t& context, StopSignals& stop) {
+    Commands commands(options, context, stop);
+    switch (options.action) {
+    case Options::Action::add:
+        return commands.add();
+    case Options::Action::remove:
+        return commands.remove();
+    case Options::Action::list:
+        return commands.list();
+    default:
+        return commands.status();
     }
 }
 

@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <array>
-#include <iostream>
 #include <optional>
 #include <vector>
 
@@ -24,9 +23,13 @@ using std::chrono::milliseconds;
 /// More than the service takes to connect to a consumer that it can reach.
 constexpr milliseconds kConnectLimit{500};
 
+constexpr const char* kReachable = "reachable";
+
 /// The lines of the report, written as soon as they are known.
 class Report {
 public:
+    explicit Report(StopSignals& stopSignals) : stop(stopSignals) {}
+
     void ok(const std::string& subject, const std::string& text) {
         line("ok", Style::good, subject, text);
     }
@@ -42,16 +45,18 @@ public:
 
 private:
     void line(const std::string& verdict, Style style, std::string subject,
-              const std::string& text) const {
+              const std::string& text) {
         // As wide as the widest of them, so that lines written one by one stand in columns.
         constexpr std::size_t kVerdictWidth = 4;
         constexpr std::size_t kSubjectWidth = 10;
         subject.resize(kSubjectWidth, ' ');
-        std::cout << painted(verdict, style, colour)
-                  << std::string(kVerdictWidth + 2 - verdict.size(), ' ') << subject << "  "
-                  << printable(text).text << std::endl;
+        print(painted(verdict, style, colour) +
+                  std::string(kVerdictWidth + 2 - verdict.size(), ' ') + subject + "  " +
+                  printable(text).text,
+              stop);
     }
 
+    StopSignals& stop;
     bool colour = colourWanted();
     bool faulty = false;
 };
@@ -80,8 +85,7 @@ public:
 private:
     void remove() noexcept {
         try {
-            client::request(context, service, WebNotifierCommand::remove_remote_info_consumer,
-                            client::consumerPayload(address));
+            client::removeConsumer(context, service, address);
         } catch (const std::exception& error) {
             notice(address + " may still be registered: " + error.what());
         }
@@ -96,7 +100,7 @@ class Doctor {
 public:
     Doctor(const Options& doctorOptions, zmq::context_t& zmqContext, StopSignals& stopSignals)
         : options(doctorOptions), service{options.server, options.timeout}, context(zmqContext),
-          stop(stopSignals) {}
+          stop(stopSignals), report(stopSignals) {}
 
     ExitStatus run() {
         try {
@@ -104,12 +108,7 @@ public:
             consumers = client::registeredConsumers(ask(WebNotifierCommand::get_server_list));
             report.ok("service", "answers at " + service.endpoint + " after " + since(start) + ".");
         } catch (const client::NoAnswer& failure) {
-            report.fault("service",
-                         failure.what() + std::string(" Start it (systemctl start kaikla), look at "
-                                                      "its log, or name its endpoint with "
-                                                      "--server. If it is busy, its last log lines "
-                                                      "name the consumer it is sending to: "
-                                                      "end that consumer."));
+            report.fault("service", failure.what());
             return ExitStatus::noAnswer;
         }
         checkRegistration();
@@ -130,7 +129,8 @@ private:
 
     void checkRegistration();
     void checkReachability();
-    void checkReachability(const std::string& address);
+    bool isWorthTrying(const std::string& address);
+    void reportReachability(const std::string& address, client::Reachability reachability);
 
     /// What a consumer of the doctor's own met.
     struct OwnConsumer {
@@ -173,43 +173,54 @@ void Doctor::checkRegistration() {
 }
 
 void Doctor::checkReachability() {
-    if (!options.address.empty()) {
-        checkReachability(options.address);
-        return;
+    std::vector<std::string> addresses;
+    for (const std::string& address :
+         options.address.empty() ? consumers : std::vector{options.address}) {
+        if (isWorthTrying(address)) {
+            addresses.push_back(address);
+        }
     }
-    for (const std::string& address : consumers) {
-        checkReachability(address);
+    const std::vector<client::Reachability> found =
+        client::tryConnecting(context, addresses, service.timeout, stop);
+    for (std::size_t i = 0; i < addresses.size(); ++i) {
+        reportReachability(addresses[i], found[i]);
     }
 }
 
-void Doctor::checkReachability(const std::string& address) {
-    constexpr const char* kSubject = "reachable";
-    if (client::isLoopback(address) && !client::isLoopback(service.endpoint)) {
-        report.note(kSubject, address +
-                                  " is the device's own loopback address: it is of use only "
-                                  "to a consumer on the device, and cannot be tried from "
-                                  "here. A consumer elsewhere must register its own address.");
-        return;
+bool Doctor::isWorthTrying(const std::string& address) {
+    try {
+        client::checkConnectable(address);
+    } catch (const client::BadEndpoint& failure) {
+        report.fault(kReachable, failure.what());
+        return false;
     }
-    switch (client::tryConnecting(context, address, service.timeout, stop)) {
+    if (client::isLoopback(address) && !client::isLoopback(service.endpoint)) {
+        report.note(kReachable, address +
+                                    " is the device's own loopback address: it is of use only "
+                                    "to a consumer on the device, and cannot be tried from "
+                                    "here. A consumer elsewhere must register its own "
+                                    "address.");
+        return false;
+    }
+    return true;
+}
+
+void Doctor::reportReachability(const std::string& address, client::Reachability reachability) {
+    switch (reachability) {
     case client::Reachability::consumer:
-        report.ok(kSubject, "a consumer listens at " + address + ", seen from here.");
+        report.ok(kReachable, "a consumer listens at " + address + ", seen from here.");
         break;
     case client::Reachability::stranger:
-        report.fault(kSubject, "something listens at " + address +
-                                   ", but it does not take messages "
-                                   "as a ZeroMQ PULL socket does. "
-                                   "Look at what has this port.");
+        report.fault(kReachable, "something listens at " + address +
+                                     ", but it is stopped, or no ZeroMQ PULL socket. Look at what "
+                                     "has this port.");
         break;
     case client::Reachability::nobody:
-        report.fault(kSubject, "nobody accepts connections at " + address +
-                                   " from here. Start the "
-                                   "consumer, or look at the "
-                                   "firewall of its machine.");
-        break;
-    case client::Reachability::invalid:
-        report.fault(kSubject, address + " is no address to connect to. It must look like "
-                                         "tcp://192.0.2.10:7000.");
+        report.fault(kReachable, "nobody accepts connections at " + address +
+                                     " from here. Start the consumer, or look at the firewall of "
+                                     "its machine. If it is gone, remove it before it blocks the "
+                                     "service: \"kaiklactl drain " +
+                                     address + "\".");
         break;
     }
 }
@@ -243,7 +254,8 @@ void Doctor::checkMessages() {
 
 /// Registers a consumer of its own, which gets the whole status at once, and waits for that.
 Doctor::OwnConsumer Doctor::tryOwnConsumer() {
-    client::ListeningConsumer consumer(context, "", service.endpoint);
+    client::ListeningConsumer consumer(
+        context, "tcp://" + client::ownAddressTowards(service.endpoint) + ":*", service.endpoint);
     OwnConsumer own;
     own.address = consumer.address();
     const auto start = client::Clock::now();

@@ -1,5 +1,7 @@
 #include "tools/kaiklactl/Terminal.hpp"
 
+#include "tools/client/Waiting.hpp"
+
 #include <climits>
 
 #include <poll.h>
@@ -11,7 +13,10 @@
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
+#include <optional>
+#include <stdexcept>
 #include <utility>
 
 namespace kaiklactl {
@@ -145,7 +150,7 @@ void LineOutput::add(std::string_view line) {
     if (isClosed) {
         return;
     }
-    if (pending.size() - written + line.size() > kMaxPendingBytes) {
+    if (!pending.empty() && pending.size() - written + line.size() > kMaxPendingBytes) {
         ++leftOut;
         return;
     }
@@ -196,6 +201,28 @@ void LineOutput::write() {
 
 std::size_t LineOutput::takeLeftOut() {
     return std::exchange(leftOut, 0);
+}
+
+void LineOutput::check() const {
+    if (errorNumber != 0) {
+        throw std::runtime_error(std::string("the output cannot be written: ") +
+                                 std::strerror(errorNumber) + ".");
+    }
+}
+
+void print(std::string_view text, StopSignals& stop) {
+    if (text.empty()) {
+        return;
+    }
+    LineOutput output(STDOUT_FILENO);
+    output.add(text);
+    while (!output.idle()) {
+        std::array<zmq_pollitem_t, 2> items = {output.pollItem(), client::pollItem(stop)};
+        client::waitFor(items, std::nullopt);
+        client::throwIfStopped(stop);
+        output.proceed(items.front().revents);
+    }
+    output.check();
 }
 
 } // namespace kaiklactl

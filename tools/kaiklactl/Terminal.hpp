@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/signals/StopSignals.hpp"
+
 #include <zmq.hpp>
 
 #include <cstddef>
@@ -30,31 +32,31 @@ std::string painted(const std::string& text, Style style, bool colour);
 /// terminal that calls itself dumb.
 bool colourWanted();
 
-/// One line on standard error that is not part of the output. The text may come from the network.
-/// A standard error that takes nothing is not waited for.
+/// One line on standard error. The text may come from the network. A standard error that takes
+/// nothing is not waited for.
 void notice(const std::string& text);
 
-/// Lines on their way to a descriptor that somebody else reads, at his own speed. Nothing here
-/// waits: when he does not read, lines are kept up to a limit and then left out, so that messages
-/// are taken from the service all the same. A consumer that stopped taking them would hold it up.
+/// Lines on their way to a reader that may be slow. Nothing here waits: lines that are not read are
+/// kept up to a limit and then left out. A consumer that waited for its reader would block the
+/// service.
 class LineOutput {
 public:
     explicit LineOutput(int outputDescriptor) : descriptor(outputDescriptor) {}
 
-    /// Writes `line` and a line break now, as far as they are taken.
+    /// Writes `line` and a line break now, as far as the reader takes them.
     void add(std::string_view line);
 
-    /// Ready when more is taken, or when nobody reads any longer.
+    /// Ready when the reader takes more, or has gone.
     zmq_pollitem_t pollItem() const;
-    /// Goes on writing. `revents` is what became of the poll item.
+    /// Goes on writing; `revents` is the poll item's.
     void proceed(short revents);
 
     /// Whether everything has been written.
     bool idle() const { return pending.empty(); }
-    /// Whether nothing will be taken any more.
+    /// Whether nothing can be written any more: the reader has gone, or a write failed.
     bool closed() const { return isClosed; }
-    /// Why, when it was not the reader's wish: a disk is full.
-    int error() const { return errorNumber; }
+    /// Throws std::runtime_error when a write failed, because the disk is full for example.
+    void check() const;
 
     /// How many lines have been left out since the last call.
     std::size_t takeLeftOut();
@@ -70,5 +72,10 @@ private:
     bool isClosed = false;
     int errorNumber = 0;
 };
+
+/// Prints `text`, unless empty, and a line break on standard output. A reader that has gone is no
+/// error. Throws std::runtime_error when it cannot be written, client::Interrupted when a signal
+/// ends the wait for a slow reader.
+void print(std::string_view text, StopSignals& stop);
 
 } // namespace kaiklactl

@@ -23,8 +23,11 @@ using std::chrono::milliseconds;
 /// The service sends the whole status before it answers the registration; connecting takes a
 /// moment.
 constexpr milliseconds kFirstMessageLimit{1000};
-/// How long the messages sent before the removal may take to arrive.
+/// How long the messages sent before a removal may take to arrive.
 constexpr milliseconds kDrainLimit{300};
+/// How long the service may take to remove this consumer at its end. A blocked service removes it
+/// later; the watch does not wait for that.
+constexpr milliseconds kRemovalLimit{500};
 
 /// Messages taken in one turn of the loop, so that a flood of them does not keep a signal waiting.
 constexpr int kMessagesATurn = 256;
@@ -69,7 +72,11 @@ std::string messageLine(std::string_view frame, std::chrono::system_clock::time_
 
 Watch::Watch(const Options& watchOptions, zmq::context_t& zmqContext, StopSignals& stopSignals)
     : options(watchOptions), service{options.server, options.timeout}, context(zmqContext),
-      stop(stopSignals), output(STDOUT_FILENO), consumer(context, options.bind, options.server),
+      stop(stopSignals), output(STDOUT_FILENO),
+      consumer(context,
+               options.bind.empty() ? client::ListeningConsumer::usualEndpoints(options.server)
+                                    : std::vector{options.bind},
+               options.server),
       address(options.advertised.empty() ? consumer.address() : options.advertised) {}
 
 ExitStatus Watch::run() {
@@ -85,10 +92,7 @@ ExitStatus Watch::run() {
         takeDeadline();
     }
     noteLeftOut();
-    if (output.error() != 0) {
-        throw std::runtime_error(std::string("the output cannot be written: ") +
-                                 std::strerror(output.error()));
-    }
+    output.check();
     return status;
 }
 
@@ -137,6 +141,12 @@ void Watch::takeMessages() {
         if (!frame) {
             return;
         }
+        if (phase < Phase::registering && !wasRegistered) {
+            // Meant for a consumer that was here before. The service that sends is not stuck.
+            ++thrownAway;
+            enter(phase, deadline ? std::optional(service.timeout) : std::nullopt);
+            continue;
+        }
         hasMessage = true;
         if (phase == Phase::watching) {
             deadline.reset();
@@ -171,8 +181,10 @@ void Watch::takeReplies() {
 }
 
 void Watch::takeReply(const client::Reply& reply) {
-    if (phase == Phase::registering &&
-        reply.command == WebNotifierCommand::add_remote_info_consumer) {
+    if (phase == Phase::clearing) {
+        takeClearingReply(reply);
+    } else if (phase == Phase::registering &&
+               reply.command == WebNotifierCommand::add_remote_info_consumer) {
         if (reply.result < 0) {
             notice(reply.error);
             status = ExitStatus::refused;
@@ -202,6 +214,36 @@ void Watch::takeReply(const client::Reply& reply) {
     }
 }
 
+/// Before it registers, a watch removes what a killed one has left behind at its address, so that
+/// no old message is taken for news.
+void Watch::takeClearingReply(const client::Reply& reply) {
+    if (reply.command == WebNotifierCommand::get_server_list) {
+        const std::vector<std::string> consumers = client::registeredConsumers(reply.payload);
+        if (std::find(consumers.begin(), consumers.end(), address) == consumers.end()) {
+            registerConsumer();
+            return;
+        }
+        connection->send(WebNotifierCommand::remove_remote_info_consumer,
+                         client::consumerPayload(address));
+    } else {
+        leftBehind = true;
+        enter(Phase::clearing, everythingHasCome ? milliseconds(0) : kDrainLimit);
+    }
+}
+
+void Watch::registerConsumer() {
+    if (leftBehind) {
+        notice(address + " was registered already; " + counted(thrownAway, "old message") +
+               " thrown away.");
+    }
+    leftBehind = everythingHasCome = false;
+    thrownAway = 0;
+    hasMessage = false;
+    connection->send(WebNotifierCommand::add_remote_info_consumer,
+                     client::consumerPayload(address));
+    enter(Phase::registering, wasRegistered ? std::nullopt : std::optional(service.timeout));
+}
+
 void Watch::takeConnectionState() {
     // The service closes the connection to a consumer when it has removed it and has nothing more
     // to send, and when it ends.
@@ -214,16 +256,20 @@ void Watch::takeConnectionState() {
         } else if (phase == Phase::draining) {
             takeMessages();
             beginFlushing();
+        } else if (phase == Phase::clearing && leftBehind) {
+            takeMessages();
+            registerConsumer();
+        } else if (phase == Phase::clearing) {
+            everythingHasCome = true;
         }
     }
     switch (connection->update()) {
     case client::ServiceConnection::State::connected:
-        if (phase == Phase::connecting) {
-            hasMessage = false;
-            connection->send(WebNotifierCommand::add_remote_info_consumer,
-                             client::consumerPayload(address));
-            enter(Phase::registering,
-                  wasRegistered ? std::nullopt : std::optional(service.timeout));
+        if (phase == Phase::connecting && wasRegistered) {
+            registerConsumer();
+        } else if (phase == Phase::connecting) {
+            connection->send(WebNotifierCommand::get_server_list);
+            enter(Phase::clearing, service.timeout);
         }
         break;
     case client::ServiceConnection::State::lost:
@@ -253,15 +299,20 @@ void Watch::takeDeadline() {
         return;
     }
     switch (phase) {
+    case Phase::clearing:
+        if (leftBehind) {
+            registerConsumer();
+            break;
+        }
+        failWithoutAnswer();
+        break;
     case Phase::registering:
         // The service may still come to the request, after this consumer has gone.
         connection->send(WebNotifierCommand::remove_remote_info_consumer,
                          client::consumerPayload(address));
         [[fallthrough]];
     case Phase::connecting:
-        notice(client::noAnswerSentence(service, connection->update()));
-        status = ExitStatus::noAnswer;
-        enter(Phase::ended);
+        failWithoutAnswer();
         break;
     case Phase::watching:
         notice("nothing has come yet; \"kaiklactl doctor " + address + "\" may tell why.");
@@ -271,8 +322,9 @@ void Watch::takeDeadline() {
         enter(Phase::watching);
         break;
     case Phase::removing:
-        notice(client::noAnswerSentence(service, connection->update()) + " " + address +
-               " may still be registered: \"kaiklactl remove " + address + "\".");
+        notice("the service is busy; it removes " + address +
+               " when it is free again. Until then " +
+               "it may block the service: \"kaiklactl drain " + address + "\".");
         status = ExitStatus::noAnswer;
         beginFlushing();
         break;
@@ -285,9 +337,16 @@ void Watch::takeDeadline() {
     }
 }
 
+void Watch::failWithoutAnswer() {
+    notice(client::noAnswerSentence(service, connection->update()));
+    status = ExitStatus::noAnswer;
+    enter(Phase::ended);
+}
+
 void Watch::finish() {
     switch (phase) {
     case Phase::connecting:
+    case Phase::clearing:
         beginFlushing();
         break;
     case Phase::registering:
@@ -295,7 +354,7 @@ void Watch::finish() {
     case Phase::checking:
         connection->send(WebNotifierCommand::remove_remote_info_consumer,
                          client::consumerPayload(address));
-        enter(Phase::removing, service.timeout);
+        enter(Phase::removing, std::min(service.timeout, kRemovalLimit));
         break;
     default:
         // Told twice: at once.

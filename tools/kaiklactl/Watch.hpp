@@ -11,6 +11,7 @@
 #include <zmq.hpp>
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -33,6 +34,8 @@ private:
     enum class Phase {
         /// There is no connection to the service yet, or none any more.
         connecting,
+        /// It has been asked who is registered, or to remove what a killed watch left behind.
+        clearing,
         /// It has been asked to register this consumer.
         registering,
         watching,
@@ -55,11 +58,14 @@ private:
     void printMessage(const std::string& frame);
     void takeReplies();
     void takeReply(const client::Reply& reply);
+    void takeClearingReply(const client::Reply& reply);
+    void registerConsumer();
     void takeConnectionState();
     void takeOutputState();
     void noteLeftOut();
     void takeSignal();
     void takeDeadline();
+    void failWithoutAnswer();
 
     /// Begins the end; when it has begun before, ends at once.
     void finish();
@@ -79,6 +85,9 @@ private:
 
     Phase phase = Phase::connecting;
     std::optional<client::Clock::time_point> deadline;
+    /// Whether this address was registered before this watch, and has been removed.
+    bool leftBehind = false;
+    std::size_t thrownAway = 0;
     /// Whether the service has ever registered this consumer.
     bool wasRegistered = false;
     /// Whether a message has come since it did so last.

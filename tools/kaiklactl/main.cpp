@@ -1,14 +1,19 @@
+#include "tools/client/Address.hpp"
 #include "tools/client/Failure.hpp"
 #include "tools/client/Waiting.hpp"
 #include "tools/kaiklactl/CommandLine.hpp"
 #include "tools/kaiklactl/Commands.hpp"
 #include "tools/kaiklactl/Doctor.hpp"
+#include "tools/kaiklactl/Drain.hpp"
 #include "tools/kaiklactl/Terminal.hpp"
 #include "tools/kaiklactl/Watch.hpp"
 #include "tools/signals/StopSignals.hpp"
 
 #include <json/value.h>
 #include <zmq.hpp>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <exception>
@@ -21,16 +26,29 @@ using kaiklactl::ExitStatus;
 using kaiklactl::Options;
 
 ExitStatus run(const Options& options, StopSignals& stop) {
+    client::checkConnectable(options.server);
     zmq::context_t context;
     switch (options.action) {
     case Options::Action::watch:
         return kaiklactl::Watch(options, context, stop).run();
     case Options::Action::doctor:
         return kaiklactl::runDoctor(options, context, stop);
+    case Options::Action::drain:
+        kaiklactl::print(kaiklactl::printable(kaiklactl::drain(options, context, stop)).text, stop);
+        return ExitStatus::success;
     default:
-        kaiklactl::runCommand(options, context, stop);
+        kaiklactl::print(kaiklactl::runCommand(options, context, stop), stop);
         return ExitStatus::success;
     }
+}
+
+/// Sockets must not get the numbers of standard streams that are closed. Writing to these fails.
+void occupyStandardStreams() {
+    int descriptor = 0;
+    do {
+        descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    ::close(descriptor);
 }
 
 int failed(const std::string& why, ExitStatus status) {
@@ -41,6 +59,7 @@ int failed(const std::string& why, ExitStatus status) {
 } // namespace
 
 int main(int argc, char** argv) {
+    occupyStandardStreams();
     // Closed output is noticed where it is written.
     (void)std::signal(SIGPIPE, SIG_IGN);
     try {
