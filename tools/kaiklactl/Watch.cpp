@@ -2,6 +2,7 @@
 
 #include "platform/records/IpcMsg.hpp"
 #include "platform/records/JsonText.hpp"
+#include "tools/client/Address.hpp"
 #include "tools/client/Waiting.hpp"
 #include "tools/kaiklactl/StatusReport.hpp"
 
@@ -77,7 +78,9 @@ Watch::Watch(const Options& watchOptions, zmq::context_t& zmqContext, StopSignal
                options.bind.empty() ? client::ListeningConsumer::usualEndpoints(options.server)
                                     : std::vector{options.bind},
                options.server),
-      address(options.advertised.empty() ? consumer.address() : options.advertised) {}
+      address(options.advertised.empty() ? consumer.address() : options.advertised) {
+    client::checkConnectable(address);
+}
 
 ExitStatus Watch::run() {
     connect();
