@@ -165,8 +165,8 @@ def test_silence_and_nonsense_from_the_service():
     for command in ("list", "doctor", "watch", f"drain {endpoint}", f"add {endpoint}"):
         status, output, error = played_ctl(None, *command.split(), "--timeout", "0.3")
         assert status == 3, command
-        assert "waits, most likely for a consumer" in error + output, command
-        assert '"kaiklactl drain ADDRESS"' in error + output, command
+        advice = "nothing came to" if command.startswith("drain") else '"kaiklactl drain ADDRESS"'
+        assert "waits" in error + output and advice in error + output, command
         assert ("It may still register" in error) == command.startswith("add"), command
     for answer in (b"nonsense", b"[]", b'{"result":"none"}', reply(0, 7),
                    reply(0, {"status": {"device_id": []}})):

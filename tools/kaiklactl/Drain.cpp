@@ -42,6 +42,7 @@ public:
 private:
     bool remove();
     void takeLastMessages();
+    std::string noAnswerSentence(client::ServiceConnection::State state) const;
 
     /// Waits until something has come, and throws messages away.
     void wait(client::Clock::time_point deadline) {
@@ -92,9 +93,19 @@ bool Drain::remove() {
             sent = true;
         }
         if (state == State::lost || client::Clock::now() >= deadline) {
-            throw client::NoAnswer(client::noAnswerSentence(service, state), sent);
+            throw client::NoAnswer(noAnswerSentence(state));
         }
     }
+}
+
+std::string Drain::noAnswerSentence(client::ServiceConnection::State state) const {
+    if (state != client::ServiceConnection::State::connected || thrownAway != 0) {
+        return client::noAnswerSentence(service, state);
+    }
+    return "no answer from " + service.endpoint + ", and nothing came to " + address +
+           ". The service waits for another consumer, which the last warning in its log names; "
+           "or " +
+           "something that is no consumer listened there before, and only a restart helps.";
 }
 
 /// The service closes its connection when everything has been delivered.
