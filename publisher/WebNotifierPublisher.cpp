@@ -84,6 +84,7 @@ int WebNotifierPublisher::getRemoteServersList(std::list<std::string>& out) {
     return 0;
 }
 
+// The interface takes the target by value. NOLINTNEXTLINE(performance-unnecessary-value-param)
 int WebNotifierPublisher::publishMessage(IpcMsg& message, std::string target) {
     zmq::message_t frame = encode(message);
     for (auto& [address, socket] : remotes) {
