@@ -61,13 +61,12 @@ fuzz: setup-fuzz ## Fuzz the records and the handler for FUZZ_SECONDS
 setup-fuzz:
 	@packaging/install-dependencies build test torture
 
-# Where the figures go; those in docs/ are from a machine that did nothing else.
-BENCH_OUT ?= build-bench
-bench: setup-bench ## Measure the service beside the least that its libraries can do, into BENCH_OUT
+# Options of bench/run, such as --quick.
+BENCH_OPTIONS ?=
+bench: setup-bench ## Measure the service beside the least that its libraries can do
 	@cmake --preset bench
 	@cmake --build --preset bench -j $(JOBS)
-	@bench/run --out $(BENCH_OUT)
-	@bench/cost --quick --out $(BENCH_OUT)
+	@bench/run $(BENCH_OPTIONS)
 
 setup-bench:
 	@packaging/install-dependencies build bench

@@ -1,11 +1,9 @@
 // The least that the libraries can do with a notification, as the measure for the service: receive
-// it, parse it, wrap its payload, write that, send one shared buffer to each consumer. Nothing is
-// checked, kept in records or logged, and every library object lives as long as the process.
+// it, parse it, wrap its payload, write that, send it to each consumer. Nothing is checked, kept in
+// records or logged, and every library object lives as long as the process.
 //
-//     bare-loop CONSUMERS [--document]
-//
-// It takes CONSUMERS "add consumer" commands, as the service does, and then only runs the loop.
-// With --document it keeps the sessions in one JSON value and a PTP status sends the whole of it.
+// "kaikla-bare-loop CONSUMERS" takes so many commands that add a consumer, then only runs the loop.
+// With a second argument, it keeps the sessions in one JSON value and sends that for a PTP status.
 
 #include "platform/PlatformProtocol.hpp"
 
@@ -19,19 +17,6 @@
 #include <vector>
 
 namespace {
-
-std::unique_ptr<Json::CharReader> makeReader() {
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    return std::unique_ptr<Json::CharReader>(builder.newCharReader());
-}
-
-std::unique_ptr<Json::StreamWriter> makeWriter() {
-    Json::StreamWriterBuilder builder;
-    builder["commentStyle"] = "None";
-    builder["indentation"] = "";
-    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
-}
 
 std::vector<zmq::socket_t> acceptConsumers(zmq::context_t& context, Json::CharReader& reader,
                                            std::size_t count) {
@@ -64,8 +49,13 @@ int main(int argc, char** argv) {
     subscriber.connect(platform_protocol::kPtpManagementEndpoint);
     subscriber.set(zmq::sockopt::subscribe, sessionStatus);
     subscriber.set(zmq::sockopt::subscribe, ptpStatus);
-    const auto reader = makeReader();
-    const auto writer = makeWriter();
+    Json::CharReaderBuilder readerBuilder;
+    Json::CharReaderBuilder::strictMode(&readerBuilder.settings_);
+    const std::unique_ptr<Json::CharReader> reader(readerBuilder.newCharReader());
+    Json::StreamWriterBuilder writerBuilder;
+    writerBuilder["commentStyle"] = "None";
+    writerBuilder["indentation"] = "";
+    const std::unique_ptr<Json::StreamWriter> writer(writerBuilder.newStreamWriter());
     auto consumers = acceptConsumers(context, *reader, consumerCount);
 
     Json::Value session, all, notification;

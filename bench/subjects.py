@@ -1,163 +1,91 @@
-"""What is measured: processes that the load generator finds listening, each started afresh."""
+"""What is measured: programs that the load generator plays a device for, each started afresh."""
 
+import json
 import os
 import re
 import resource
 import shutil
-import signal
 import socket
 import subprocess
 import sys
+import tempfile
 import time
+from contextlib import contextmanager
 
+LABELS = {"bare": "bare loop", "level-4": "kaikla, level 4",
+          "file": "kaikla, default level into a file", "broker": "mosquitto, MQTT at QoS 0"}
 PROTOCOL_HEADER = os.path.join(os.path.dirname(__file__), "../platform/PlatformProtocol.hpp")
+BROKER = shutil.which("mosquitto", path=os.environ["PATH"] + ":/usr/sbin")
 BROKER_PORT = 18830
-PATIENCE_SECONDS = 10
+# As it comes, but for what makes it send without waiting for acknowledgements.
+BROKER_SETTINGS = (f"listener {BROKER_PORT} 127.0.0.1\nallow_anonymous true\nlog_type error\n"
+                   "set_tcp_nodelay true\n")
 
 
-def raise_descriptor_limit():
-    """500 consumers are more descriptors than shells allow; children inherit this."""
-    _, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
-    resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
-
-
-def endpoint_ports(constant=r"\w+"):
-    """The ports of the service and its peers; `constant` names a single endpoint."""
+def ports(constant=r"\w+"):
+    """The ports of the endpoints with this name in the platform's header."""
     with open(PROTOCOL_HEADER, encoding="utf-8") as file:
-        ports = re.findall(rf'\b{constant} = "tcp://[^"]*:(\d+)"', file.read())
-    return sorted({int(port) for port in ports})
-
-
-def prepare(build):
-    """Ends the program when something is missing or in the way."""
-    if not os.path.exists(os.path.join(build, "bin", "kaikla-load")):
-        sys.exit(f"{sys.argv[0]}: {build} holds no measuring programs; build them first")
-    raise_descriptor_limit()
-    for port in endpoint_ports():
-        if accepts(port):
-            sys.exit(f"{sys.argv[0]}: somebody listens on port {port} already")
+        return {int(port) for port in
+                re.findall(rf'\b{constant} = "tcp://[^"]*:(\d+)"', file.read())}
 
 
 def accepts(port):
-    try:
-        socket.create_connection(("127.0.0.1", port), timeout=PATIENCE_SECONDS).close()
-        return True
-    except ConnectionRefusedError:
-        return False
+    with socket.socket() as attempt:
+        return attempt.connect_ex(("127.0.0.1", port)) == 0
 
 
-class Subject:
-    """A process under measurement, from start to stop.
+def wait_for(port):
+    end = time.monotonic() + 10
+    while not accepts(port):
+        if time.monotonic() > end:
+            sys.exit(f"nothing listens on port {port}")
+        time.sleep(0.0002)
 
-    `name` is what tables and files call it, `load_options` what the load generator must know.
-    Where the log goes says little about a long document: `documents` is whether it is measured.
-    """
 
-    name = ""
-    label = ""
-    load_options = []
-    documents = True
+def prepare():
+    """Ends the program when a port is taken; raises the limit of descriptors."""
+    for port in ports():
+        if accepts(port):
+            sys.exit(f"port {port} is taken; in a network namespace of its own it is free: "
+                     "unshare -rn sh -c 'ip link set lo up; bench/run'")
+    # For hundreds of consumers; the subjects inherit it.
+    hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+    resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
 
-    def __init__(self, build, scratch):
-        self.programs = os.path.join(build, "bin")
-        self.scratch = scratch
-        self.processes = []
 
-    def available(self):
-        return True
-
-    def start(self, consumers, documents):
-        raise NotImplementedError
-
-    def spawn(self, *words, **streams):
-        streams.setdefault("stderr", subprocess.DEVNULL)
-        process = subprocess.Popen(words, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                   **streams)
-        self.processes.append(process)
-        return process
-
-    @property
-    def pid(self):
-        return self.processes[0].pid
-
-    def stop(self):
-        # Nothing is owed to anybody any more, so there is no point in waiting for an orderly end.
-        for process in self.processes:
-            process.send_signal(signal.SIGKILL)
-        for process in self.processes:
+@contextmanager
+def running(name, build, consumers=1, documents=False, wrapper=()):
+    """A subject while it runs; `wrapper` is a command line that stands before its own."""
+    with tempfile.TemporaryDirectory() as scratch:
+        with open(f"{scratch}/mosquitto.conf", "w", encoding="ascii") as file:
+            file.write(BROKER_SETTINGS)
+        words = {"bare": [f"{build}/bin/kaikla-bare-loop", str(consumers)] + ["document"] * documents,
+                 "level-4": [f"{build}/bin/kaikla", "-l", "4"],
+                 "file": [f"{build}/bin/kaikla", "-L", f"{scratch}/kaikla.log"],
+                 "broker": [BROKER, "-c", f"{scratch}/mosquitto.conf"]}[name]
+        process = subprocess.Popen([*wrapper, *words], stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        try:
+            if name == "broker":
+                wait_for(BROKER_PORT)
+            yield process
+        finally:
+            process.kill()
             process.wait()
-        self.processes = []
 
 
-class BareLoop(Subject):
-    name = "bare"
-    label = "bare loop"
-
-    def start(self, consumers, documents):
-        self.spawn(os.path.join(self.programs, "kaikla-bare-loop"), str(consumers),
-                   *(["--document"] if documents else []))
-
-
-class Service(Subject):
-    """The service; each kind of it differs in where its log goes and how much that is."""
-
-    def program(self):
-        return os.path.join(self.programs, "kaikla")
-
-
-class ServiceAtLevel4(Service):
-    name = "level-4"
-    label = "kaikla, level 4"
-
-    def start(self, consumers, documents):
-        self.spawn(self.program(), "-l", "4")
-
-
-class ServiceIntoFile(Service):
-    name = "file"
-    label = "kaikla, default level into a file"
-    documents = False
-
-    def start(self, consumers, documents):
-        self.spawn(self.program(), "-L", os.path.join(self.scratch, "kaikla.log"))
-
-
-class ServiceIntoPipe(Service):
-    name = "pipe"
-    label = "kaikla, default level into a pipe"
-    documents = False
-
-    def start(self, consumers, documents):
-        service = self.spawn(self.program(), stderr=subprocess.PIPE)
-        reader = subprocess.Popen(["cat"], stdin=service.stderr, stdout=subprocess.DEVNULL)
-        self.processes.append(reader)
-        service.stderr.close()
-
-
-class Broker(Subject):
-    name = "broker"
-    label = "mosquitto (MQTT, QoS 0)"
-    load_options = ["--broker", str(BROKER_PORT)]
-    # As it comes, but for what lets it answer without waiting for acknowledgements.
-    settings = (f"listener {BROKER_PORT} 127.0.0.1\nallow_anonymous true\nlog_type error\n"
-                "set_tcp_nodelay true\n")
-
-    def program(self):
-        return shutil.which("mosquitto", path=os.environ["PATH"] + ":/usr/sbin")
-
-    def available(self):
-        return self.program() is not None
-
-    def start(self, consumers, documents):
-        path = os.path.join(self.scratch, "mosquitto.conf")
-        with open(path, "w", encoding="ascii") as file:
-            file.write(self.settings)
-        self.spawn(self.program(), "-c", path)
-        end = time.monotonic() + PATIENCE_SECONDS
-        while not accepts(BROKER_PORT):
-            if time.monotonic() > end:
-                raise RuntimeError("mosquitto does not listen")
-            time.sleep(0.005)
-
-
-ALL = [BareLoop, ServiceAtLevel4, ServiceIntoFile, ServiceIntoPipe, Broker]
+def measure(name, build, process=None, **options):
+    """What the load generator found out about a subject; its options stand in its usage."""
+    words = [f"{build}/bin/kaikla-load"]
+    if name == "broker":
+        options["broker"] = BROKER_PORT
+    for option, value in options.items():
+        words += [f"--{option}"] if value is True else [f"--{option}", str(value)]
+    if process is None:
+        with running(name, build, options.get("consumers", 1), "documents" in options) as started:
+            return measure(name, build, started, **options)
+    load = subprocess.run([*words, "--pid", str(process.pid)], capture_output=True, text=True,
+                          check=False)
+    if load.returncode != 0:
+        sys.exit(f"{' '.join(words)}, on {LABELS[name]}: {load.stderr.strip()}")
+    return json.loads(load.stdout or "{}")

@@ -1,130 +1,86 @@
-"""The load generator must call a run void when a consumer did not get exactly what it should, and
-must count and time correctly when it did. The subject, with its faults, is played here.
-"""
+"""The load generator calls a run void when a consumer did not get exactly what it should, and
+counts and times right when it did. The subject, with its faults, is played here."""
 
 import json
-import os
 import subprocess
 import time
-import unittest
 
+import pytest
 import zmq
 
-import protocol
+import peers
 
-LOAD = os.environ["KAIKLA_LOAD"]
-PUBLISHERS = {"session-manager": "avmgr_session_status", "ptp-management": "zat_pmc_status_change"}
+LOAD = peers.BIN / "kaikla-load"
 FAULTY_EVENT = 50
+pytestmark = pytest.mark.skipif(not LOAD.exists(), reason="the measuring programs are not built")
+
+# What a consumer gets in place of two messages.
+FAULTS = {
+    "lost": lambda one, two: [two],
+    "repeated": lambda one, two: [one, one, two],
+    "out of order": lambda one, two: [two, one],
+    "altered": lambda one, two: [one.replace(b"minor", b"Minor"), two],
+    "cut": lambda one, two: [one[:-1], two],
+}
 
 
-class Subject:
-    """Does what the bare loop does; event FAULTY_EVENT goes through `fault` on its way to the
-    second of two consumers. `fault(bodies)` gives what to send in place of that event's body and
-    of the one after it."""
-
-    def __init__(self, fault=None, delay_seconds=0.0):
-        self.fault = fault
-        self.delay_seconds = delay_seconds
-        self.events = 0
-        self.context = zmq.Context()
-        self.subscriber = self.context.socket(zmq.SUB)
-        for service, kind in PUBLISHERS.items():
-            self.subscriber.connect(protocol.NOTIFICATION_ENDPOINTS[service])
-            self.subscriber.subscribe(b"%d" % protocol.KINDS[service][kind])
-        self.commands = self.context.socket(zmq.REP)
-        self.commands.bind(protocol.COMMAND_ENDPOINT)
-        self.consumers = []
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.context.destroy(linger=0)
-
-    def serve(self, load):
-        """Until the load generator has ended."""
-        poller = zmq.Poller()
-        poller.register(self.commands, zmq.POLLIN)
-        poller.register(self.subscriber, zmq.POLLIN)
-        held = []
+def run_load(*options, fault=None, delay=0.0):
+    """The ended load, its output as JSON or its errors, and how many events the subject took. The
+    subject does what the bare loop does, but a fault for the second consumer."""
+    with zmq.Context() as context, subprocess.Popen(
+            [LOAD, "--consumers", "2", *options], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            text=True) as load:
+        context.linger = 0
+        subscriber, commands, consumers = context.socket(zmq.SUB), context.socket(zmq.REP), []
+        for service, kind in ((peers.SESSION, b"1003"), (peers.PTP, b"1000")):
+            subscriber.connect(peers.ENDPOINTS[service])
+            subscriber.subscribe(kind)
+        commands.bind(peers.COMMAND_ENDPOINT.replace("*", "127.0.0.1"))
+        events, held = 0, []
         while load.poll() is None:
-            ready = dict(poller.poll(10))
-            if self.commands in ready:
-                address = json.loads(self.commands.recv())["payload"]["address"]
-                self.consumers.append(self.context.socket(zmq.PUSH))
-                self.consumers[-1].connect(address)
-                self.commands.send(b'{"result":0}')
-            if self.subscriber in ready:
-                payload = json.loads(self.subscriber.recv_multipart()[1])["payload"]
-                body = json.dumps({"command_id": 1, "command_name": "status-session",
-                                   "payload": payload}, separators=(",", ":"), sort_keys=True)
-                self.publish(body.encode(), held)
-
-    def publish(self, body, held):
-        time.sleep(self.delay_seconds)
-        for place, consumer in enumerate(self.consumers):
-            bodies = [body]
-            if place == 1 and self.fault and self.events in (FAULTY_EVENT, FAULTY_EVENT + 1):
-                held.append(body)
-                bodies = self.fault(held) if len(held) == 2 else []
-            for each in bodies:
-                consumer.send(each)
-        self.events += 1
+            if commands.poll(0 if len(consumers) == 2 else 10):
+                consumers.append(context.socket(zmq.PUSH))
+                consumers[-1].connect(json.loads(commands.recv())["payload"]["address"])
+                commands.send(b'{"result":0}')
+            if not subscriber.poll(10):
+                continue
+            payload = json.loads(subscriber.recv_multipart()[1])["payload"]
+            body = json.dumps({"command_id": 1, "command_name": "status-session",
+                               "payload": payload}, separators=(",", ":"), sort_keys=True).encode()
+            time.sleep(delay)
+            consumers[0].send(body)
+            held.append(body)
+            if not fault or events != FAULTY_EVENT:
+                for each in fault(*held) if len(held) == 2 else held:
+                    consumers[1].send(each)
+                held.clear()
+            events += 1
+        context.destroy()
+        output, errors = load.communicate()
+        return load.returncode, json.loads(output) if output else errors, events
 
 
-class LoadTest(unittest.TestCase):
-    def run_load(self, subject, *options):
-        command = [LOAD, "--consumers", "2", "--warm-up", "0", *options]
-        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                              text=True) as load:
-            subject.serve(load)
-            output, errors = load.communicate()
-            return load.returncode, output, errors
-
-    def test_faults_make_the_run_void(self):
-        faults = {
-            "lost": lambda bodies: bodies[1:],
-            "repeated": lambda bodies: [bodies[0], *bodies],
-            "out of order": lambda bodies: bodies[::-1],
-            "altered": lambda bodies: [bodies[0].replace(b"minor", b"Minor"), bodies[1]],
-            "cut": lambda bodies: [bodies[0][:-1], bodies[1]],
-        }
-        for name, fault in faults.items():
-            with self.subTest(name), Subject(fault) as subject:
-                status, output, errors = self.run_load(subject, "--seconds", "0.3")
-                self.assertEqual((status, output), (1, ""))
-                self.assertRegex(errors, r"void: a consumer received something else in the place "
-                                         rf"of event {FAULTY_EVENT}\b"
-                                 if name != "repeated" else rf"place of event {FAULTY_EVENT + 1}\b")
-
-    def test_counts_what_arrived(self):
-        with Subject() as subject:
-            status, output, errors = self.run_load(subject, "--seconds", "0.5")
-        self.assertEqual(status, 0, errors)
-        result = json.loads(output)
-        counted = result["events_per_second"] * 0.5
-        # What was still under way at the end is not counted, nor are the first eight sessions.
-        self.assertGreater(counted, 0.75 * subject.events)
-        self.assertLessEqual(counted, subject.events)
-        self.assertAlmostEqual(result["deliveries_per_second"], 2 * result["events_per_second"],
-                               delta=1)
-
-    def test_times_the_way_through_the_subject(self):
-        delay = 0.02
-        with Subject(delay_seconds=delay) as subject:
-            status, output, errors = self.run_load(subject, "--seconds", "0", "--latency", "0.5")
-        self.assertEqual(status, 0, errors)
-        result = json.loads(output)
-        self.assertGreaterEqual(result["latency_p50_us"], delay * 1e6)
-        self.assertLess(result["latency_p50_us"], 5 * delay * 1e6)
-        self.assertGreaterEqual(result["latency_p99_us"], result["latency_p50_us"])
-
-    def test_refuses_an_option_that_it_does_not_know(self):
-        for words in (["--consumer-count", "3"], ["--consumers", "three"], ["--window", "0"]):
-            with self.subTest(words=words):
-                load = subprocess.run([LOAD, *words], capture_output=True, check=False)
-                self.assertEqual(load.returncode, 2)
+@pytest.mark.parametrize("fault", FAULTS)
+def test_faults_make_the_run_void(fault):
+    status, errors, _ = run_load("--seconds", "0.3", fault=FAULTS[fault])
+    assert status == 1
+    assert "void: a consumer received something else in the place of event" in errors
 
 
-if __name__ == "__main__":
-    unittest.main()
+def test_counts_what_arrived_while_it_measured():
+    status, result, events = run_load("--seconds", "0.5")
+    assert status == 0, result
+    # Not the warm-up, and not what was on its way at the end.
+    assert 0 < 0.5 * result["events_per_second"] < events
+
+
+def test_times_the_way_through_the_subject():
+    status, result, _ = run_load("--seconds", "0", "--latency", "0.5", delay=0.02)
+    assert status == 0, result
+    assert 20_000 <= result["latency_p50_us"] < 100_000
+
+
+@pytest.mark.parametrize("words", [["--consumer-count", "3"], ["--consumers", "three"],
+                                   ["--window", "0"]])
+def test_refuses_an_option_that_it_does_not_know(words):
+    assert peers.run("kaikla-load", *words).returncode == 2

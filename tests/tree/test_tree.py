@@ -27,8 +27,7 @@ INCLUDES = {
     # Companions speak the messages; they are no part of the service, nor is it a part of them.
     "tools": ["tools", *RECORDS, *VOCABULARY],
     "gateway": ["gateway", "tools/client", "tools/signals", *RECORDS, *VOCABULARY],
-    "bench": ["bench", *RECORDS, *VOCABULARY],
-    "bench/micro.cpp": ["publisher", "platform/api/Logger.hpp", *RECORDS],
+    "bench": ["bench", PROTOCOL],
     "tests": ["tests", "app", "handler", "publisher", "platform/api", "tools", *RECORDS],
     # The implementation that comes with the service is tested as such here, and only here.
     "tests/platform": ["tests", "platform", "model"],

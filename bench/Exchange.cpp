@@ -1,4 +1,4 @@
-#include "bench/load/Exchange.hpp"
+#include "bench/Exchange.hpp"
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -8,39 +8,34 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <stdexcept>
 #include <utility>
 
 namespace {
 
 constexpr std::size_t kIncomingBytes = std::size_t{256} * 1024;
-/// Written in one call at most, unless one event alone is longer.
-constexpr std::size_t kOutgoingBytes = std::size_t{64} * 1024;
 constexpr int kStalledMs = 10'000;
 
-void watch(int poll, int descriptor, std::uint32_t events, void* owner) {
-    epoll_event event{};
-    event.events = events;
-    event.data.ptr = owner;
-    if (::epoll_ctl(poll, EPOLL_CTL_ADD, descriptor, &event) != 0) {
-        throw std::runtime_error(std::string("epoll_ctl: ") + std::strerror(errno));
-    }
+[[noreturn]] void fail(const std::string& what) {
+    throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
 } // namespace
 
-Exchange::Exchange(const Peers& peersToUse, std::size_t maxWindow)
+Exchange::Exchange(const Peers& peers, std::size_t maxWindow, Workload& first)
     : poll(::epoll_create1(EPOLL_CLOEXEC)), events(maxWindow), incoming(kIncomingBytes) {
-    for (const TcpSocket& consumer : peersToUse.consumers) {
-        consumers.push_back({.descriptor = consumer.fileDescriptor()});
+    for (const int descriptor : peers.consumers) {
+        consumers.push_back({.descriptor = descriptor});
     }
+    std::string delivery;
+    first.produce(0, outgoing, delivery);
+    send(first.source());
     for (Consumer& consumer : consumers) {
-        watch(poll, consumer.descriptor, EPOLLIN, &consumer);
-    }
-    for (const TcpSocket& source : peersToUse.sources) {
-        // Reported once whenever a source that was full can take more.
-        watch(poll, source.fileDescriptor(), EPOLLOUT | EPOLLET, nullptr);
+        skipThrough(consumer, delivery);
+        epoll_event event{.events = EPOLLIN, .data = {.ptr = &consumer}};
+        if (::epoll_ctl(poll, EPOLL_CTL_ADD, consumer.descriptor, &event) != 0) {
+            fail("epoll_ctl");
+        }
     }
 }
 
@@ -49,73 +44,58 @@ Exchange::~Exchange() {
 }
 
 Exchange::Outcome Exchange::runFor(std::chrono::nanoseconds duration, std::size_t window,
-                                   Workload& workload, const TcpSocket& source) {
-    constexpr std::uint64_t kWithoutEnd = std::numeric_limits<std::uint64_t>::max();
+                                   Workload& workload) {
+    constexpr std::uint64_t kWithoutEnd = UINT64_MAX;
     const std::uint64_t deliveriesBefore = deliveries;
     latencies.clear();
     const Clock::time_point start = Clock::now();
     while (Clock::now() - start < duration) {
         produce(kWithoutEnd, window, workload);
-        exchange(source);
+        receiveAll();
     }
     return {.deliveries = deliveries - deliveriesBefore,
             .elapsed = Clock::now() - start,
             .latencies = std::move(latencies)};
 }
 
-void Exchange::runThrough(std::uint64_t count, std::size_t window, Workload& workload,
-                          const TcpSocket& source) {
+void Exchange::runThrough(std::uint64_t count, std::size_t window, Workload& workload) {
     for (const std::uint64_t end = sent + count; sent < end;) {
         produce(end, window, workload);
-        exchange(source);
+        receiveAll();
     }
-    drain(source);
+    drain();
 }
 
-void Exchange::drain(const TcpSocket& source) {
+void Exchange::drain() {
     while (completed < sent) {
-        exchange(source);
+        receiveAll();
+    }
+    for (Consumer& consumer : consumers) {
+        receive(consumer);
     }
 }
 
 void Exchange::produce(std::uint64_t end, std::size_t window, Workload& workload) {
     const Clock::time_point now = Clock::now();
-    while (sent < end && sent - completed < window && outgoing.size() < kOutgoingBytes) {
+    while (sent < end && sent - completed < window) {
         Event& event = slot(sent);
         workload.produce(sent, outgoing, event.delivery);
         event.consumersLeft = consumers.size();
         event.sent = now;
         ++sent;
     }
+    send(workload.source());
 }
 
-void Exchange::exchange(const TcpSocket& source) {
-    flush(source);
-    waitAndReceive();
-    const Clock::time_point now = Clock::now();
-    while (completed < sent && slot(completed).consumersLeft == 0) {
-        latencies.push_back(now - slot(completed).sent);
-        ++completed;
-    }
-}
-
-void Exchange::flush(const TcpSocket& source) {
-    while (written < outgoing.size()) {
-        const ssize_t count = ::send(source.fileDescriptor(), outgoing.data() + written,
-                                     outgoing.size() - written, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (count < 0 && errno == EAGAIN) {
-            return;
-        }
-        if (count < 0) {
-            throw std::runtime_error(std::string("the subject is gone: ") + std::strerror(errno));
-        }
-        written += static_cast<std::size_t>(count);
+void Exchange::send(int source) {
+    const auto size = static_cast<ssize_t>(outgoing.size());
+    if (::send(source, outgoing.data(), outgoing.size(), MSG_NOSIGNAL) != size) {
+        fail("sending");
     }
     outgoing.clear();
-    written = 0;
 }
 
-void Exchange::waitAndReceive() {
+void Exchange::receiveAll() {
     std::array<epoll_event, 64> ready{};
     const int count = ::epoll_wait(poll, ready.data(), static_cast<int>(ready.size()), kStalledMs);
     if (count == 0) {
@@ -123,22 +103,32 @@ void Exchange::waitAndReceive() {
                                  "consumer within " + std::to_string(kStalledMs) + " ms");
     }
     for (int i = 0; i < count; ++i) {
-        if (void* const owner = ready.at(static_cast<std::size_t>(i)).data.ptr; owner != nullptr) {
-            receive(*static_cast<Consumer*>(owner));
-        }
+        receive(*static_cast<Consumer*>(ready.at(static_cast<std::size_t>(i)).data.ptr));
+    }
+    const Clock::time_point now = Clock::now();
+    while (completed < sent && slot(completed).consumersLeft == 0) {
+        latencies.push_back(now - slot(completed).sent);
+        ++completed;
     }
 }
 
 void Exchange::receive(Consumer& consumer) {
     const ssize_t count =
         ::recv(consumer.descriptor, incoming.data(), incoming.size(), MSG_DONTWAIT);
-    if (count == 0) {
-        throw std::runtime_error("the subject closed a consumer's connection");
-    }
     if (count > 0) {
         compare(consumer, incoming.data(), static_cast<std::size_t>(count));
-    } else if (errno != EAGAIN) {
-        throw std::runtime_error(std::string("receiving: ") + std::strerror(errno));
+    } else if (count == 0 || errno != EAGAIN) {
+        fail("receiving");
+    }
+}
+
+void Exchange::skipThrough(Consumer& consumer, const std::string& delivery) {
+    for (std::string received; !received.ends_with(delivery);) {
+        const ssize_t count = ::recv(consumer.descriptor, incoming.data(), incoming.size(), 0);
+        if (count <= 0) {
+            fail("receiving event 0");
+        }
+        received.append(incoming.data(), static_cast<std::size_t>(count));
     }
 }
 
@@ -162,11 +152,5 @@ void Exchange::compare(Consumer& consumer, const char* bytes, std::size_t size) 
             --event.consumersLeft;
             ++deliveries;
         }
-    }
-}
-
-void Exchange::expectSilence() {
-    for (Consumer& consumer : consumers) {
-        receive(consumer);
     }
 }
