@@ -5,50 +5,31 @@
 
 namespace {
 
-bool dispatch(AvmgrSubscriber& subscriber, unsigned kind, Json::Value& payload) {
+void deliverId(AvmgrSubscriber& subscriber, int (AvmgrSubscriber::*callback)(unsigned long long&),
+               const Json::Value& payload) {
+    unsigned long long id = json_member::unsigned64(payload, "id");
+    (subscriber.*callback)(id);
+}
+
+void dispatch(AvmgrSubscriber& subscriber, unsigned kind, Json::Value& payload) {
     switch (kind) {
-    case AvmgrPublisher::avmgr_new_session: {
-        SessionConfigData config;
-        config.Deserialize(payload);
-        subscriber.avmgrNotifyNewSessionEvent(config);
-        return true;
-    }
-    case AvmgrPublisher::avmgr_removed_session: {
-        unsigned long long id = json_member::unsigned64(payload, "id");
-        subscriber.avmgrNotifyRemovedSessionEvent(id);
-        return true;
-    }
-    case AvmgrPublisher::avmgr_session_configuration_update: {
-        SessionConfigData config;
-        config.Deserialize(payload);
-        subscriber.avmgrNotifyUpdateSessionEvent(config);
-        return true;
-    }
-    case AvmgrPublisher::avmgr_session_status: {
-        SessionStatusData status;
-        status.Deserialize(payload);
-        subscriber.avmgrNotifyUpdateSessionStatusEvent(status);
-        return true;
-    }
-    case AvmgrPublisher::avmgr_new_advertisement: {
-        AdvSessionEntry entry;
-        entry.Deserialize(payload);
-        subscriber.avmgrNotifyNewAdvertisementEvent(entry);
-        return true;
-    }
-    case AvmgrPublisher::avmgr_advertisement_update: {
-        AdvSessionEntry entry;
-        entry.Deserialize(payload);
-        subscriber.avmgrNotifyUpdateAdvertisementEvent(entry);
-        return true;
-    }
-    case AvmgrPublisher::avmgr_removed_advertisement: {
-        unsigned long long id = json_member::unsigned64(payload, "id");
-        subscriber.avmgrNotifyRemovedAdvertisementEvent(id);
-        return true;
-    }
+    case AvmgrPublisher::avmgr_new_session:
+        return deliver(subscriber, &AvmgrSubscriber::avmgrNotifyNewSessionEvent, payload);
+    case AvmgrPublisher::avmgr_removed_session:
+        return deliverId(subscriber, &AvmgrSubscriber::avmgrNotifyRemovedSessionEvent, payload);
+    case AvmgrPublisher::avmgr_session_configuration_update:
+        return deliver(subscriber, &AvmgrSubscriber::avmgrNotifyUpdateSessionEvent, payload);
+    case AvmgrPublisher::avmgr_session_status:
+        return deliver(subscriber, &AvmgrSubscriber::avmgrNotifyUpdateSessionStatusEvent, payload);
+    case AvmgrPublisher::avmgr_new_advertisement:
+        return deliver(subscriber, &AvmgrSubscriber::avmgrNotifyNewAdvertisementEvent, payload);
+    case AvmgrPublisher::avmgr_advertisement_update:
+        return deliver(subscriber, &AvmgrSubscriber::avmgrNotifyUpdateAdvertisementEvent, payload);
+    case AvmgrPublisher::avmgr_removed_advertisement:
+        return deliverId(subscriber, &AvmgrSubscriber::avmgrNotifyRemovedAdvertisementEvent,
+                         payload);
     default:
-        return false;
+        return;
     }
 }
 
@@ -75,6 +56,6 @@ bool AvmgrSubscriber::processEvent(const zmq_pollitem_t& item) {
         return false;
     }
     impl->socket.receive(
-        [this](unsigned kind, Json::Value& payload) { return dispatch(*this, kind, payload); });
+        [this](unsigned kind, Json::Value& payload) { dispatch(*this, kind, payload); });
     return true;
 }

@@ -46,6 +46,7 @@ int NotificationSocket::subscribe(unsigned kind) {
     }
     try {
         socket->set(zmq::sockopt::subscribe, std::to_string(kind));
+        kinds.insert(kind);
     } catch (const zmq::error_t& error) {
         Logger::log(Logger::LOG_LEVEL_ERR, "%s: Error subscribing to %u. Error [%d]::%s", service,
                     kind, error.num(), error.what());
@@ -63,18 +64,13 @@ bool NotificationSocket::owns(const zmq_pollitem_t& item) const {
 }
 
 void NotificationSocket::receive(const Dispatch& dispatch) {
-    // Several at a time: each return to the event loop costs a look at every socket, and what they
-    // publish leaves together. Not all of them: neither the other sockets nor what is to leave must
-    // wait for long, and a stop waits for none.
+    // Several at a time, since each return to the event loop costs a look at every socket. Not all
+    // of them: the other sockets must not wait for long, and a stop waits for none.
     constexpr int kAtOnce = 32;
-    constexpr std::size_t kBytesAtOnce = 65536;
-    std::size_t bytes = 0;
     try {
-        for (int received = 0; received < kAtOnce && bytes < kBytesAtOnce && receiveOne(dispatch);
-             ++received) {
-            bytes += messageFrame.size();
+        for (int count = 0; count < kAtOnce && receiveOne(dispatch); ++count) {
             if (ProcessBasics::stopRequested()) {
-                break;
+                return;
             }
         }
     } catch (const zmq::error_t& error) {
@@ -89,21 +85,22 @@ bool NotificationSocket::receiveOne(const Dispatch& dispatch) {
     if (frames == 0) {
         return false;
     }
+    const std::optional<unsigned> kind = parseKind(kindFrame.to_string_view());
     constexpr std::size_t kKindAndMessage = 2;
-    handle(frames == kKindAndMessage, dispatch);
+    if (frames != kKindAndMessage) {
+        drop("it does not have two frames");
+    } else if (!kind) {
+        drop("its kind is not a number");
+    } else if (!kinds.contains(*kind)) {
+        // A subscription's prefix match brings it: 10031 for 1003.
+        Logger::log(Logger::LOG_LEVEL_DBG, "%s: notification %u was not asked for", service, *kind);
+    } else {
+        handle(*kind, dispatch);
+    }
     return true;
 }
 
-void NotificationSocket::handle(bool twoFrames, const Dispatch& dispatch) {
-    if (!twoFrames) {
-        drop("it does not have two frames");
-        return;
-    }
-    const std::optional<unsigned> kind = parseKind(kindFrame.to_string_view());
-    if (!kind) {
-        drop("its kind is not a number");
-        return;
-    }
+void NotificationSocket::handle(unsigned kind, const Dispatch& dispatch) {
     try {
         Json::Value json;
         if (const std::string reason = decoder.decodeObject(messageFrame.to_string_view(), json);
@@ -113,14 +110,12 @@ void NotificationSocket::handle(bool twoFrames, const Dispatch& dispatch) {
         }
         IpcMsg message;
         message.Deserialize(json);
-        if (message.commandId != *kind) {
+        if (message.commandId != kind) {
             drop("its command_id is " + std::to_string(message.commandId));
         } else if (!message.payload.isObject()) {
             drop("its payload is not an object");
-        } else if (!dispatch(*kind, message.payload)) {
-            // A subscription's prefix match brings it: 10031 for 1003.
-            Logger::log(Logger::LOG_LEVEL_DBG, "%s: notification %u was not asked for", service,
-                        *kind);
+        } else {
+            dispatch(kind, message.payload);
         }
     } catch (const Json::Exception& error) {
         drop(error.what());

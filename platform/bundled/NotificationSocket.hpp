@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -18,9 +19,8 @@
 class NotificationSocket {
 public:
     /// Decodes the payload of one kind and calls its callback. Raises Json::Exception when the
-    /// payload cannot be decoded, anything else when the callback fails; returns false for a kind
-    /// that the service does not have.
-    using Dispatch = std::function<bool(unsigned kind, Json::Value& payload)>;
+    /// payload cannot be decoded, anything else when the callback fails.
+    using Dispatch = std::function<void(unsigned kind, Json::Value& payload)>;
 
     /// `serviceName` is what log lines call the service that binds `endpointToUse`.
     NotificationSocket(const char* serviceName, const char* endpointToUse);
@@ -34,23 +34,32 @@ public:
     /// Whether `item` is this socket.
     bool owns(const zmq_pollitem_t& item) const;
 
-    /// Receives the notifications that are there, up to a bound, and dispatches them in order. One
-    /// that cannot be decoded is dropped with one line at level 2 that names the service, the kind
-    /// and the reason; one whose callback fails is reported likewise as not carried through, since
-    /// something of it may have been taken in. Never waits, never throws on account of a
-    /// notification.
+    /// Receives the notifications that are there, at most 32, and dispatches each before it takes
+    /// the next. One that cannot be decoded is dropped with one line at level 2 that names the
+    /// service, the kind and the reason. One whose callback fails is reported likewise as not
+    /// carried through, since something of it may have been taken in. A kind that nobody asked for
+    /// is ignored with a debug line. Never waits, never throws on account of a notification.
     void receive(const Dispatch& dispatch);
 
 private:
     bool receiveOne(const Dispatch& dispatch);
-    void handle(bool twoFrames, const Dispatch& dispatch);
+    void handle(unsigned kind, const Dispatch& dispatch);
     void drop(const std::string& reason);
     void report(const char* outcome, const char* reason);
 
     const char* service;
     const char* endpoint;
     std::optional<zmq::socket_t> socket;
+    std::set<unsigned> kinds;
     JsonDecoder decoder;
     zmq::message_t kindFrame;
     zmq::message_t messageFrame;
 };
+
+/// Reads the payload into a fresh record and hands it to one of the subscriber's callbacks.
+template <typename Subscriber, typename Record>
+void deliver(Subscriber& subscriber, int (Subscriber::*callback)(Record&), Json::Value& payload) {
+    Record record;
+    record.Deserialize(payload);
+    (subscriber.*callback)(record);
+}

@@ -4,25 +4,21 @@
 
 namespace {
 
-bool dispatch(SysmgrSubscriber& subscriber, unsigned kind, Json::Value& payload) {
+void dispatch(SysmgrSubscriber& subscriber, unsigned kind, Json::Value& payload) {
     switch (kind) {
     case SysmgrPublisher::sysmgr_stored_parameters_update:
         subscriber.notifyStoredParameterUpdate(payload);
-        return true;
-    case SysmgrPublisher::sysmgr_dynamic_information_update: {
-        SysParametersDynamic information;
-        information.Deserialize(payload);
-        subscriber.notifyDynamicInfoUpdate(information);
-        return true;
-    }
+        return;
+    case SysmgrPublisher::sysmgr_dynamic_information_update:
+        return deliver(subscriber, &SysmgrSubscriber::notifyDynamicInfoUpdate, payload);
     case SysmgrPublisher::sysmgr_reboot_request:
         subscriber.notifyRebootRequest(payload);
-        return true;
+        return;
     case SysmgrPublisher::sysmgr_multicast_white_list_update:
         subscriber.notifyMulticastWhiteListUpdate(payload);
-        return true;
+        return;
     default:
-        return false;
+        return;
     }
 }
 
@@ -52,6 +48,6 @@ bool SysmgrSubscriber::processEvent(const zmq_pollitem_t& item) {
         return false;
     }
     impl->socket.receive(
-        [this](unsigned kind, Json::Value& payload) { return dispatch(*this, kind, payload); });
+        [this](unsigned kind, Json::Value& payload) { dispatch(*this, kind, payload); });
     return true;
 }

@@ -4,22 +4,14 @@
 
 namespace {
 
-bool dispatch(ZatPmcSubscriber& subscriber, unsigned kind, Json::Value& payload) {
+void dispatch(ZatPmcSubscriber& subscriber, unsigned kind, Json::Value& payload) {
     switch (kind) {
-    case ZatPmcPublisher::zat_pmc_status_change: {
-        PtpCommonInfo status;
-        status.Deserialize(payload);
-        subscriber.zatPmcPtpStatusChangeEvent(status);
-        return true;
-    }
-    case ZatPmcPublisher::zat_pmc_configuration_change: {
-        ZatPmcPtpCfg config;
-        config.Deserialize(payload);
-        subscriber.zatPmcPtpConfigChangeEvent(config);
-        return true;
-    }
+    case ZatPmcPublisher::zat_pmc_status_change:
+        return deliver(subscriber, &ZatPmcSubscriber::zatPmcPtpStatusChangeEvent, payload);
+    case ZatPmcPublisher::zat_pmc_configuration_change:
+        return deliver(subscriber, &ZatPmcSubscriber::zatPmcPtpConfigChangeEvent, payload);
     default:
-        return false;
+        return;
     }
 }
 
@@ -52,6 +44,6 @@ bool ZatPmcSubscriber::processEvent(const zmq_pollitem_t& item) {
         return false;
     }
     impl->socket.receive(
-        [this](unsigned kind, Json::Value& payload) { return dispatch(*this, kind, payload); });
+        [this](unsigned kind, Json::Value& payload) { dispatch(*this, kind, payload); });
     return true;
 }
