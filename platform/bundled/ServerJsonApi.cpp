@@ -2,16 +2,34 @@
 
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/Logger.hpp"
-#include "platform/bundled/ReplyError.hpp"
+#include "platform/api/ResultCode.hpp"
 #include "platform/bundled/WholeMessage.hpp"
 #include "platform/records/JsonText.hpp"
 
+#include <array>
+#include <cerrno>
+#include <cstdio>
 #include <exception>
-#include <new>
-#include <string_view>
 #include <utility>
 
 namespace {
+
+/// One sentence for a person who reads why a command failed with `code`.
+std::string sentenceFor(int code) {
+    switch (code) {
+    case result_code::kUnknownId:
+        return "There is no command with this command_id.";
+    case result_code::kConsumerNotConnected:
+        return "The service cannot connect to this address: it must be a ZeroMQ endpoint such as "
+               "tcp://192.0.2.10:7000, and the number of consumers is limited.";
+    case platform_protocol::kErrorUnreachable:
+        return "A service that the command needs cannot be reached or did not answer in time.";
+    case platform_protocol::kErrorSocket:
+        return "A socket that the command needs cannot be created or connected.";
+    default:
+        return "The command failed with code " + std::to_string(code) + ".";
+    }
+}
 
 struct Reply {
     std::uint32_t commandId = 0;
@@ -22,17 +40,17 @@ struct Reply {
 };
 
 /// `reason` comes from the decoder or the JSON library, with or without its full stop.
-Reply refusal(Reply reply, std::string reason) {
+void refuse(Reply& reply, std::string reason) {
     if (reason.back() != '.') {
         reason += '.';
     }
     reply.result = platform_protocol::kErrorMalformed;
     reply.payload = Json::Value();
     reply.error = std::move(reason);
-    return reply;
 }
 
-std::string encode(Reply reply) {
+/// REP never waits: a reply whose client is gone or does not read is dropped.
+void answer(zmq::socket_t& socket, Reply reply) {
     Json::Value json(Json::objectValue);
     json["command_id"] = reply.commandId;
     json["command_name"] = reply.commandName;
@@ -44,20 +62,23 @@ std::string encode(Reply reply) {
     if (reply.result < 0) {
         json["error"] = reply.error;
     }
-    return toCompactJson(json);
-}
-
-/// Ready beforehand, as there is nothing to build it from when it is needed. The request may not
-/// have been decoded, so that it names no command.
-constexpr std::string_view kShortOfMemory =
-    R"({"command_id":0,"command_name":"","error":"The service is short of memory.",)"
-    R"("payload":{},"result":-103})";
-static_assert(platform_protocol::kErrorSocket == -103);
-
-/// REP never waits: a reply whose client is gone or does not read is dropped.
-void send(zmq::socket_t& socket, std::string_view text) {
+    const std::string text = toCompactJson(json);
     (void)whole_message::uninterrupted(
         [&] { return socket.send(zmq::buffer(text), zmq::send_flags::none); });
+}
+
+/// The last resort, in practice when memory lacks: it takes none. Does nothing where no reply is
+/// owed.
+void answerFailure(zmq::socket_t& socket, std::uint32_t commandId) noexcept {
+    std::array<char, 256> text{};
+    const int length =
+        std::snprintf(text.data(), text.size(),
+                      R"({"command_id":%u,"command_name":"","error":"The service is short of )"
+                      R"(memory.","payload":{},"result":%d})",
+                      unsigned{commandId}, platform_protocol::kErrorSocket);
+    while (zmq_send(socket.handle(), text.data(), static_cast<std::size_t>(length), 0) < 0 &&
+           zmq_errno() == EINTR) {
+    }
 }
 
 } // namespace
@@ -65,64 +86,62 @@ void send(zmq::socket_t& socket, std::string_view text) {
 struct ServerJsonApi::Impl {
     JsonDecoder decoder;
     zmq::message_t frame;
+
+    /// Reads the request that was received. Returns the reason when that fails; what could be read
+    /// is then in `request` nevertheless.
+    std::string read(std::size_t frames, IpcMsg& request) {
+        if (frames != 1) {
+            return "The request holds several frames instead of one.";
+        }
+        Json::Value json;
+        if (const std::string reason = decoder.decodeObject(frame.to_string_view(), json);
+            !reason.empty()) {
+            return "The request is " + reason;
+        }
+        try {
+            request.Deserialize(json);
+        } catch (const Json::Exception& error) {
+            return std::string("The request cannot be decoded: ") + error.what();
+        }
+        return {};
+    }
+
+    static void carryOut(ServerJsonApi& api, IpcMsg& request, Reply& reply) {
+        api.getCommandDescription(request.commandId, reply.commandName);
+        bool replyWanted = true;
+        try {
+            reply.result = api.ipcProcessMsg(request, reply.payload, replyWanted);
+        } catch (const Json::Exception& error) {
+            refuse(reply, std::string("The request cannot be decoded: ") + error.what());
+            return;
+        }
+        if (!replyWanted) {
+            reply.payload = Json::Value();
+        }
+        if (reply.result < 0) {
+            reply.error = sentenceFor(reply.result);
+        }
+    }
 };
 
 ServerJsonApi::ServerJsonApi() : impl(std::make_unique<Impl>()) {}
 ServerJsonApi::~ServerJsonApi() = default;
 
 int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
-    const auto answer = [this](bool oneFrame) -> Reply {
+    IpcMsg request;
+    try {
+        const std::size_t frames = whole_message::receive(*socket, {&impl->frame});
+        if (frames == 0) {
+            return 0;
+        }
         Reply reply;
-        if (!oneFrame) {
-            return refusal(reply, "The request holds several frames instead of one.");
+        const std::string reason = impl->read(frames, request);
+        reply.commandId = request.commandId;
+        if (reason.empty()) {
+            Impl::carryOut(*this, request, reply);
+        } else {
+            refuse(reply, reason);
         }
-        Json::Value json;
-        const std::string reason = impl->decoder.decodeObject(impl->frame.to_string_view(), json);
-        if (!reason.empty()) {
-            return refusal(reply, "The request is " + reason);
-        }
-        try {
-            IpcMsg request;
-            request.Deserialize(json);
-            reply.commandId = request.commandId;
-            getCommandDescription(request.commandId, reply.commandName);
-            bool replyWanted = true;
-            reply.result = ipcProcessMsg(request, reply.payload, replyWanted);
-            if (!replyWanted) {
-                reply.payload = Json::Value();
-            }
-        } catch (const Json::Exception& error) {
-            return refusal(reply, std::string("The request cannot be decoded: ") + error.what());
-        } catch (const std::bad_alloc&) {
-            throw;
-        } catch (const std::exception& error) {
-            // The service's own failure; the client still has its reply.
-            Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
-            reply.result = platform_protocol::kErrorSocket;
-            reply.payload = Json::Value();
-        }
-        if (reply.result < 0) {
-            reply.error = replyErrorSentence(reply.result);
-        }
-        return reply;
-    };
-
-    const auto logFailure = [](const std::exception& error) {
-        Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
-    };
-
-    std::size_t frames = 0;
-    try {
-        frames = whole_message::receive(*socket, {&impl->frame});
-    } catch (const std::exception& error) {
-        logFailure(error);
-        return platform_protocol::kErrorSocket;
-    }
-    if (frames == 0) {
-        return 0;
-    }
-    try {
-        Reply reply = answer(frames == 1);
         const int result = reply.result;
         if (result < 0) {
             Logger::log(Logger::LOG_LEVEL_WRN, "command %u (%s) refused with %d: %s",
@@ -131,18 +150,12 @@ int ServerJsonApi::ipcPreProcessMsg(zmq::socket_t* socket) {
             Logger::log(Logger::LOG_LEVEL_DBG, "command %u (%s) carried out", reply.commandId,
                         reply.commandName.c_str());
         }
-        const std::string text = encode(std::move(reply));
-        send(*socket, text);
+        answer(*socket, std::move(reply));
         return result;
     } catch (const std::exception& error) {
-        logFailure(error);
+        Logger::log(Logger::LOG_LEVEL_ERR, "command interface: %s", error.what());
+        // Without a reply the socket would take no other request.
+        answerFailure(*socket, request.commandId);
+        return platform_protocol::kErrorSocket;
     }
-    // What the request took is free again by now. Without a reply the socket would wait for it
-    // forever and take no other request.
-    try {
-        send(*socket, kShortOfMemory);
-    } catch (const std::exception& error) {
-        logFailure(error);
-    }
-    return platform_protocol::kErrorSocket;
 }
