@@ -2,6 +2,8 @@
 
 #include "platform/PlatformProtocol.hpp"
 
+#include <algorithm>
+#include <cmath>
 #include <sstream>
 #include <utility>
 
@@ -43,6 +45,14 @@ std::string onOneShortLine(const std::string& report) {
     return line;
 }
 
+/// The depth is bounded by the decoder's.
+bool holdsInfinity(const Json::Value& value) {
+    if (value.isArray() || value.isObject()) {
+        return std::any_of(value.begin(), value.end(), holdsInfinity);
+    }
+    return value.type() == Json::realValue && std::isinf(value.asDouble());
+}
+
 } // namespace
 
 std::string toCompactJson(const Json::Value& value) {
@@ -79,6 +89,9 @@ std::string JsonDecoder::decodeObject(std::string_view text, Json::Value& object
     }
     if (!object.isObject()) {
         return "not a JSON object";
+    }
+    if (holdsInfinity(object)) {
+        return "not to be represented: a number is too large";
     }
     return {};
 }

@@ -17,12 +17,9 @@ std::unique_ptr<Json::StreamWriter> makeCompactWriter();
 
 /// Reads JSON texts that come from outside the process.
 ///
-/// A text is at most platform_protocol::kMaxFrameBytes long. What the library's strict reader takes
-/// is taken: no trailing commas, no duplicate keys, nothing after the object. It is not quite as
-/// strict as RFC 8259. These pass too: a comment inside an object or array, behind a value or where
-/// a key may begin (not before a value, nor outside the outermost object); the numbers 01, +1, 1.
-/// and a lone minus sign, which is 0; a control character other than NUL in a string; a lone low
-/// surrogate (an escape of U+DC00 to U+DFFF); bytes that are not UTF-8; a byte order mark in front.
+/// A text is at most platform_protocol::kMaxFrameBytes long. The library's strict reader decides
+/// what is JSON; docs/messages.md lists what it lets pass beyond RFC 8259. A number beyond the
+/// range of a double is refused, though newer versions of the library take it for infinity.
 ///
 /// One decoder may read any number of texts; it is not shared between threads.
 class JsonDecoder {
