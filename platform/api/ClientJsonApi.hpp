@@ -17,8 +17,9 @@ public:
     ClientJsonApi(ClientJsonApi&&) = delete;
     ClientJsonApi& operator=(ClientJsonApi&&) = delete;
 
-    /// Prepares the request socket; each request makes its own connection. Returns 0, or -103 when
-    /// the socket cannot be created. `context` must outlive this object.
+    /// Prepares the request socket. The first request connects it, and so does the next one after a
+    /// failure. Returns 0, or -103 when the socket cannot be created. `context` must outlive this
+    /// object.
     int init(zmq::context_t& context);
 
 protected:
@@ -27,10 +28,10 @@ protected:
     ClientJsonApi(const char* endpoint, int answerTimeoutMs);
     ~ClientJsonApi();
 
-    /// Sends the command and waits for its answer. On success `reply` is the answer's payload.
-    /// Returns 0; -101 when the answer cannot be decoded; -102 at once when the service is not
-    /// connected, or when it does not answer in time or a signal interrupts the wait; the answer's
-    /// own result when that is negative. The reason of a -101 or -102 is logged at level 2.
+    /// Sends the command and waits for its answer. On success `reply` is the answer's payload, {}
+    /// for a null or missing one. Returns 0; -101 when the answer cannot be decoded; -102 when the
+    /// service accepts no connection within 50 ms, does not answer in time, or a stop is requested
+    /// meanwhile; the answer's own result when that is negative. A failure is logged at level 2.
     int request(unsigned commandId, const char* commandName, Json::Value& reply);
 
 private:

@@ -2,100 +2,100 @@
 
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/Logger.hpp"
+#include "platform/api/ProcessBasics.hpp"
 #include "platform/bundled/WholeMessage.hpp"
 #include "platform/records/IpcMsg.hpp"
 #include "platform/records/JsonMember.hpp"
 #include "platform/records/JsonText.hpp"
-#include "platform/sockets/ConnectionAttempt.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <utility>
 
+using std::chrono::milliseconds;
+
 namespace {
 
-/// Longer than a connection to a service of the same device takes, refused or not.
-constexpr std::chrono::milliseconds kConnectLimit{200};
+/// Longer than a service of the same device takes to accept a connection.
+constexpr milliseconds kConnectLimit{50};
 
-/// How long a service may be gone before the wait for its answer ends.
-constexpr std::chrono::milliseconds kLookForService{20};
+/// Longer than the library takes to end a connection.
+constexpr milliseconds kDisconnectLimit{200};
 
-/// A request socket that takes a request only for a connection that stands, so that a request to
-/// an absent service fails instead of waiting in a queue; and that takes another one when the first
-/// was not answered.
-zmq::socket_t makeRequestSocket(zmq::context_t& context) {
-    zmq::socket_t socket(context, zmq::socket_type::req);
-    socket.set(zmq::sockopt::immediate, true);
-    socket.set(zmq::sockopt::req_relaxed, true);
-    return socket;
-}
+/// How often a wait looks whether the service is still there.
+constexpr milliseconds kLookForService{20};
 
 } // namespace
 
 struct ClientJsonApi::Impl {
     Impl(const char* endpointToUse, int timeoutMs)
-        : endpoint(endpointToUse), answerTimeoutMs(timeoutMs) {}
+        : endpoint(endpointToUse), answerTimeout(timeoutMs) {}
 
     const char* endpoint;
-    int answerTimeoutMs;
-    zmq::context_t* context = nullptr;
-    /// One for good: when consumers have taken every other socket, requests still have theirs.
+    milliseconds answerTimeout;
+    /// Kept for life, so that consumers cannot use up the socket that requests need.
     std::optional<zmq::socket_t> socket;
+    /// The connection has been made and nothing has failed since.
+    bool trusted = false;
     JsonDecoder decoder;
 
     bool isConnected() const { return (socket->get(zmq::sockopt::events) & ZMQ_POLLOUT) != 0; }
 
-    /// Makes the connection of one request. A service that has just come up is found at once, and
-    /// one that is absent refuses within microseconds.
-    bool connect() {
-        awaitEndOfConnection();
-        std::optional<ConnectionAttempt> attempt;
-        try {
-            attempt.emplace(*context, *socket);
-        } catch (const zmq::error_t&) {
-            // There is no socket left to watch the attempt with: a refusal takes the whole limit.
+    /// Waits for one of `events`, at most for `limit`, less when a stop is requested or, while an
+    /// answer is awaited, the service goes away.
+    bool waitFor(short events, milliseconds limit) {
+        Logger::flush();
+        zmq_pollitem_t item{socket->handle(), -1, events, 0};
+        const auto end = std::chrono::steady_clock::now() + limit;
+        while (!ProcessBasics::stopRequested()) {
+            const auto left =
+                std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
+            if (left.count() <= 0 || (events == ZMQ_POLLIN && !isConnected())) {
+                break;
+            }
+            if (zmq_poll(&item, 1, static_cast<long>(std::min(left, kLookForService).count())) >
+                0) {
+                return true;
+            }
         }
-        socket->connect(endpoint);
-        if (attempt) {
-            return attempt->outcomeWithin(kConnectLimit) == ConnectionAttempt::Outcome::connected &&
-                   isConnected();
-        }
-        zmq_pollitem_t item{socket->handle(), -1, ZMQ_POLLOUT, 0};
-        return zmq_poll(&item, 1, static_cast<long>(kConnectLimit.count())) > 0;
+        return false;
     }
 
+    bool connect() {
+        if (trusted && isConnected()) {
+            return true;
+        }
+        disconnect();
+        socket->connect(endpoint);
+        trusted = waitFor(ZMQ_POLLOUT, kConnectLimit);
+        return trusted;
+    }
+
+    /// Ends the connection. The library does so in the background, and a request handed to it
+    /// meanwhile would be lost.
     void disconnect() {
+        trusted = false;
         try {
             socket->disconnect(endpoint);
         } catch (const zmq::error_t&) {
-            // The library has given the connection up by itself.
+            // There is none, or the library has given it up by itself.
         }
-    }
-
-    /// The library ends a connection in the background; a request handed to it meanwhile is lost.
-    void awaitEndOfConnection() const {
         constexpr long kLookAgainMs = 1;
-        const auto end = std::chrono::steady_clock::now() + kConnectLimit;
+        const auto end = std::chrono::steady_clock::now() + kDisconnectLimit;
         while (isConnected() && std::chrono::steady_clock::now() < end) {
             (void)zmq_poll(nullptr, 0, kLookAgainMs);
         }
     }
 
-    bool waitForAnswer() {
-        const auto end =
-            std::chrono::steady_clock::now() + std::chrono::milliseconds(answerTimeoutMs);
-        zmq_pollitem_t item{socket->handle(), -1, ZMQ_POLLIN, 0};
-        int ready = 0;
-        do {
-            ready = zmq_poll(&item, 1, static_cast<long>(kLookForService.count()));
-        } while (ready == 0 && isConnected() && std::chrono::steady_clock::now() < end);
-        // An interruption ends the wait too: that is how a stop gets through a pending request.
-        return ready > 0;
-    }
-
     int fail(int code, const std::string& reason) const {
         Logger::log(Logger::LOG_LEVEL_ERR, "request to %s: %s", endpoint, reason.c_str());
         return code;
+    }
+
+    int failToReach(const char* reason) const {
+        return fail(platform_protocol::kErrorUnreachable,
+                    ProcessBasics::stopRequested() ? "given up, the service is to stop" : reason);
     }
 
     int exchange(const IpcMsg& message, Json::Value& reply);
@@ -107,9 +107,12 @@ ClientJsonApi::ClientJsonApi(const char* endpoint, int answerTimeoutMs)
 ClientJsonApi::~ClientJsonApi() = default;
 
 int ClientJsonApi::init(zmq::context_t& context) {
-    impl->context = &context;
     try {
-        impl->socket = makeRequestSocket(context);
+        impl->socket.emplace(context, zmq::socket_type::req);
+        // A request to an absent service fails instead of waiting in a queue.
+        impl->socket->set(zmq::sockopt::immediate, true);
+        // A request that was not answered does not stand in the way of the next one.
+        impl->socket->set(zmq::sockopt::req_relaxed, true);
     } catch (const zmq::error_t& error) {
         return impl->fail(platform_protocol::kErrorSocket, error.what());
     }
@@ -129,23 +132,25 @@ int ClientJsonApi::request(unsigned commandId, const char* commandName, Json::Va
     } catch (const zmq::error_t& error) {
         code = impl->fail(platform_protocol::kErrorUnreachable, error.what());
     }
-    // The answer may still come, or come twice; over a connection of its own the next request can
-    // never take it for its answer.
-    impl->disconnect();
+    if (code < 0) {
+        // The answer may still come. Over a new connection the next request cannot take it for its
+        // own.
+        impl->disconnect();
+    }
     return code;
 }
 
 int ClientJsonApi::Impl::exchange(const IpcMsg& message, Json::Value& reply) {
     if (!connect()) {
-        return fail(platform_protocol::kErrorUnreachable, "not connected");
+        return failToReach("not connected");
     }
     Json::Value json;
     message.Serialize(json);
     if (!socket->send(zmq::buffer(toCompactJson(json)), zmq::send_flags::dontwait)) {
-        return fail(platform_protocol::kErrorUnreachable, "not connected");
+        return failToReach("not connected");
     }
-    if (!waitForAnswer()) {
-        return fail(platform_protocol::kErrorUnreachable, "no answer in time");
+    if (!waitFor(ZMQ_POLLIN, answerTimeout)) {
+        return failToReach(isConnected() ? "no answer in time" : "gone before it answered");
     }
     return readAnswer(reply);
 }
@@ -170,5 +175,8 @@ int ClientJsonApi::Impl::readAnswer(Json::Value& reply) {
                     std::string("the answer cannot be decoded: ") + error.what());
     }
     reply = std::move(json["payload"]);
+    if (reply.isNull()) {
+        reply = Json::Value(Json::objectValue);
+    }
     return 0;
 }

@@ -42,6 +42,8 @@ class Anonymous:
         lines = []
         while not any(f"session {self.sessions} - NMOS" in line for line in lines):
             lines += self.service.new_lines()
+        # The line is there before the wait for the node; commands are answered after it.
+        lines += self.service.new_lines()
         return time.monotonic() - started, lines
 
     def device_id(self):
