@@ -25,7 +25,7 @@ public:
     virtual int getCommandDescription(unsigned int commandId, std::string& description) = 0;
 
     /// Carries out one command. `reply` comes in as null and becomes the reply's payload; its
-    /// result is the reply's. A Json::Exception means that a value of the request has a type that
+    /// result is the reply's. A Json::LogicError means that a value of the request has a type that
     /// the command cannot convert. `replyWanted` set to false leaves the payload out of the reply.
     virtual int ipcProcessMsg(IpcMsg& request, Json::Value& reply, bool& replyWanted) = 0;
 

@@ -117,7 +117,7 @@ void NotificationSocket::handle(unsigned kind, const Dispatch& dispatch) {
         } else {
             dispatch(kind, message.payload);
         }
-    } catch (const Json::Exception& error) {
+    } catch (const Json::LogicError& error) {
         drop(error.what());
     } catch (const std::exception& error) {
         // The receiver may have taken in a part of it.

@@ -18,7 +18,7 @@
 /// kind.
 class NotificationSocket {
 public:
-    /// Decodes the payload of one kind and calls its callback. Raises Json::Exception when the
+    /// Decodes the payload of one kind and calls its callback. Raises Json::LogicError when the
     /// payload cannot be decoded, anything else when the callback fails.
     using Dispatch = std::function<void(unsigned kind, Json::Value& payload)>;
 

@@ -111,7 +111,7 @@ struct ServerJsonApi::Impl {
         bool replyWanted = true;
         try {
             reply.result = api.ipcProcessMsg(request, reply.payload, replyWanted);
-        } catch (const Json::Exception& error) {
+        } catch (const Json::LogicError& error) {
             refuse(reply, std::string("The request cannot be decoded: ") + error.what());
             return;
         }
