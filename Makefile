@@ -31,10 +31,16 @@ build: setup ## Build the programs into build/bin (the default)
 demo: build ## Play a device's day: simulated device, service and one consumer
 	@tools/demo/demo build/bin
 
+# The tests in Python mostly wait, so that there are more of them at a time than processors.
+BUILD = $(if $(filter sanitize,$(PRESET)),build-sanitize,build)
+PYTEST = KAIKLA_BIN=$(BUILD)/bin PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m pytest
+PYTEST_WORKERS ?= 5
+
 test: setup-test ## Build everything, then run every test
 	@cmake --preset $(PRESET)
-	@cmake --build --preset $(PRESET) -j $(JOBS)
+	@cmake --build --preset $(PRESET) -j $(JOBS) --target all kaikla_examples
 	@ctest --preset $(PRESET) -j $(JOBS)
+	@$(PYTEST) tests -q -n $(PYTEST_WORKERS)
 
 setup-test:
 	@packaging/install-dependencies build test
@@ -42,16 +48,18 @@ setup-test:
 setup-ci:
 	@packaging/install-dependencies build test ci
 
+# An instrumented service takes its time, and its address space is not its own.
 sanitize: ## Run every test under the address and undefined-behaviour sanitizers
-	@$(MAKE) --no-print-directory test PRESET=sanitize
+	@KAIKLA_SLOW=4 $(MAKE) --no-print-directory test PRESET=sanitize
 
-valgrind: test ## Run every test program under valgrind
-	@packaging/install-dependencies torture
-	@tests/valgrind/run build
+valgrind: build ## Run the service's tests under valgrind
+	@packaging/install-dependencies test torture
+	@KAIKLA_SLOW=10 KAIKLA_LAUNCHER="valgrind --quiet --error-exitcode=99 --leak-check=full \
+	    --show-leak-kinds=definite,indirect --errors-for-leak-kinds=definite,indirect \
+	    --suppressions=tests/valgrind.suppressions" $(PYTEST) tests/service -q -n $(PYTEST_WORKERS)
 
-torture: setup-test build ## Floods, faults and a long run, about ten minutes
-	@cmake --build --preset $(PRESET) -j $(JOBS) --target kaikla_torture
-	@tests/torture/run --full
+torture: setup-test build ## Floods, faults and a long run with figures, at most eight minutes
+	@$(PYTEST) tests/service -q -n $(PYTEST_WORKERS) --full
 
 # Seconds.
 FUZZ_SECONDS ?= 300

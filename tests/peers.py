@@ -200,15 +200,15 @@ class Client:
     """A connection to the command interface."""
 
     def __init__(self):
-        self._socket = CONTEXT.socket(zmq.DEALER)
-        self._socket.rcvtimeo = int(TIMEOUT * 1000)
-        self._socket.connect(COMMAND_ENDPOINT)
+        self.socket = CONTEXT.socket(zmq.DEALER)
+        self.socket.rcvtimeo = int(TIMEOUT * 1000)
+        self.socket.connect(COMMAND_ENDPOINT)
 
     def send(self, *frames):
-        self._socket.send_multipart([b"", *frames])
+        self.socket.send_multipart([b"", *frames])
 
     def receive(self, flags=0):
-        delimiter, reply = self._socket.recv_multipart(flags)
+        delimiter, reply = self.socket.recv_multipart(flags)
         assert delimiter == b""
         return reply
 
@@ -222,19 +222,19 @@ class Client:
         return json.loads(self.exchange(json.dumps(body).encode()))
 
     def timeout(self, seconds):
-        self._socket.rcvtimeo = int(seconds * 1000)
+        self.socket.rcvtimeo = int(seconds * 1000)
 
     def close(self):
-        self._socket.close()
+        self.socket.close()
 
 
 class Service(Process):
     """kaikla, ready to answer; `options` replaces `-l 6`, `wait=False` returns at once."""
 
-    def __init__(self, *options, wait=True, launcher=(), **popen):
+    def __init__(self, *options, wait=True, launcher=(), program="kaikla", **popen):
         default = shlex.split(os.environ.get("KAIKLA_LAUNCHER", ""))
         options = options or ("-l", "6")
-        super().__init__("kaikla", *options, launcher=(*default, *launcher), **popen)
+        super().__init__(program, *options, launcher=(*launcher, *default), **popen)
         self.client = Client()
         self._seen = self._markers = 0
         if wait:

@@ -1,0 +1,213 @@
+"""The schemas and the documents against the messages of the running service."""
+
+import copy
+import json
+import re
+
+import pytest
+
+import schemas
+from peers import KINDS, PTP, ROOT, SESSION, SYSTEM, Device, Service, device_reply
+
+# Every example of the document, in its order.
+EXAMPLES = [
+    json.loads(text)
+    for text in re.findall(
+        r"^```json\n(.*?)^```",
+        (ROOT / "docs/messages.md").read_text(encoding="utf-8"),
+        re.DOTALL | re.MULTILINE,
+    )
+]
+
+
+def examples(name):
+    return [example for example in EXAMPLES if example["command_name"] == name]
+
+
+# Left out when they are empty; every other key of what the service writes is always there.
+LISTS = {"alarms", "eths", "ports", "remote", "sessions", "stream"}
+DOCUMENTED_ADDRESS = "tcp://127.0.0.1:7000"
+REFUSED = [
+    {"command_id": 4, "command_name": "", "payload": None},
+    {"command_id": 1, "command_name": "", "payload": {"address": "nonsense"}},
+    {"command_id": 2, "command_name": "", "payload": "text"},
+    {"command_id": -1},
+    [],
+]
+
+
+class Conversation:
+    """One run of the service in which every kind of message crosses its connections."""
+
+    def __init__(self):
+        self.requests, self.replies, self.notifications, self.published = [], [], [], []
+        document = examples("status-all")[0]["payload"]
+        identity = document["device_id"]
+        with Service() as self.service, Device(node=identity) as device:
+            self.ask(0, "GET device status")
+            self.ask(3, "GET Server list")
+            self.ask(1, "Add remote info consumer", {"address": DOCUMENTED_ADDRESS})
+            self.ask(3, "GET Server list")
+            self.ask(2, "Remove remote info consumer", {"address": DOCUMENTED_ADDRESS})
+            consumer = self.service.consumer(greeting=False)
+            configuration = {"cfgFlag": 0, "ports": [{"portNumber": 1, "portSetting1": 4}]}
+            for number in (1, 2, 3):
+                configuration[f"cfgSetting{number}"] = number
+                configuration["ports"][0][f"portSetting{number}"] = 3 + number
+            extreme = {"id": 2**64 - 1, "alarms": [{"type": -(2**31)}], "stream": [{"alarms": [{}]}]}
+            for name, kind, payload in (
+                (PTP, 1000, document["ptp"]),
+                (SYSTEM, 1001, {"eths": document["eths"], "uptime_s": 86400, "temperature_c": 51.5}),
+                (SESSION, 1000, examples("avmgr_new_session")[0]["payload"]),
+                (SESSION, 1003, examples("status-session")[1]["payload"]),
+                (PTP, 1001, configuration),
+                (SESSION, 1003, extreme),
+                (PTP, 1000, {"offset_ns": -(2**63), "mean_path_delay_ns": 2**63 - 1}),
+                (SYSTEM, 1001, {}),
+            ):
+                device.send(name, kind, payload)
+                self.notifications.append((name, {"command_id": kind, "payload": payload}))
+                while len(self.published) <= len(self.notifications):
+                    self.published.append(consumer.receive())
+                if len(self.notifications) == 5:
+                    self.ask(0, "GET device status")
+            for request in REFUSED:
+                self.replies.append(json.loads(self.exchange(request)))
+            self.replies.append(json.loads(self.service.exchange(b"not JSON")))
+            self.node_requests = list(map(json.loads, device.node.requests()))
+        self.node_replies = [json.loads(device_reply(identity))]
+
+    def exchange(self, request):
+        return self.service.exchange(json.dumps(request).encode())
+
+    def ask(self, command, name, payload=None):
+        self.requests.append({"command_id": command, "command_name": name, "payload": payload})
+        self.replies.append(json.loads(self.exchange(self.requests[-1])))
+
+    def sent(self):
+        """(schema, message) of everything that the service sent."""
+        yield from ((schemas.named(m["command_name"]), m) for m in self.published)
+        yield from ((schemas.named("reply"), m) for m in self.replies)
+        yield from ((schemas.named("nmos-device-info-request"), m) for m in self.node_requests)
+
+
+@pytest.fixture(scope="module")
+def conversation():
+    return Conversation()
+
+
+def test_the_schemas_are_valid_and_refer_to_what_is_there():
+    for name, schema in schemas.STORE.items():
+        schemas.DIALECT.check_schema(schema)
+        assert schema["$schema"] == schemas.DIALECT.META_SCHEMA["$id"] and schema["title"]
+        for reference in re.findall(r'"\$ref": "(.*?)"', json.dumps(schema)):
+            document, _, definition = reference.partition("#/$defs/")
+            assert not definition or definition in schemas.STORE[document or name]["$defs"]
+
+
+def test_the_schemas_know_what_peers_send_and_find_what_they_get_wrong(conversation):
+    code = (ROOT / "platform/PlatformProtocol.hpp").read_text(encoding="utf-8")
+    numbers = {int(number) for number in re.findall(r"^ +\w+ = (1\d{3}),", code, re.MULTILINE)}
+    described = {
+        name: [s["properties"]["command_id"]["const"] for s in
+               schemas.branches(f"{name}-notification").values()] for name in KINDS
+    }  # fmt: skip
+    assert {kind for kinds in described.values() for kind in kinds} == numbers
+    assert all(set(KINDS[name]) <= set(kinds) for name, kinds in described.items())
+    for name, message in conversation.notifications:
+        schemas.branch_of(f"{name}-notification", message)
+    advertisement = {"id": 9, "name": "studio 2", "sdp": "v=0\r\ns=studio 2\r\n"}
+    stream = {"id": 1}
+    for name, kind, payload, good in (
+        (SESSION, 1001, {"id": 7}, True),
+        (SESSION, 1002, examples("avmgr_new_session")[0]["payload"], True),
+        (SESSION, 1004, advertisement, True),
+        (SESSION, 1005, advertisement, True),
+        (SESSION, 1006, {"id": 9}, True),
+        (SYSTEM, 1000, {"name": "host_name", "value": "gateway"}, True),
+        (SYSTEM, 1003, {"groups": []}, True),
+        (SESSION, 999, {"id": 1}, False),
+        (SESSION, 1000, {"nmos_id": "without an id"}, False),
+        (SESSION, 1000, {"id": 1, "audio": [{**stream, "tributary": {}}]}, False),
+        (SESSION, 1000, {"id": 1, "video": [{**stream, "channels": []}]}, False),
+        (SESSION, 1000, {"id": 1, "video": [{**stream, "ssrc": {}}]}, False),
+        (SESSION, 1000, {"id": 1, "video": [{**stream, "local": "10.0.0.256"}]}, False),
+        (SESSION, 1001, {"id": -1}, False),
+        (SESSION, 1003, {"id": 1, "streams": []}, False),
+        (SYSTEM, 1001, {"eths": [{"name": "eth0", "state": "up"}]}, False),
+        (SYSTEM, 1003, [], False),
+        (PTP, 1000, {"clock_id": "080011fffe21e1b0"}, False),
+        (PTP, 1001, {"cfgFlag": True}, False),
+        (PTP, 1001, {"ports": [{"portNumber": 128}]}, False),
+    ):
+        message = {"command_id": kind, "command_name": "", "payload": payload}
+        faults = schemas.errors(schemas.named(f"{name}-notification"), message)
+        assert bool(faults) != good, message
+    services = {"session": SESSION, "system": SYSTEM, "ptp": PTP}
+    day = (ROOT / "tools/kaikla-sim/day.jsonl").read_text(encoding="utf-8").splitlines()
+    events = [json.loads(line) for line in day if line.startswith("{")]
+    for event in (event for event in events if "kind" in event):
+        message = {"command_id": event["kind"], "payload": event["payload"]}
+        schemas.branch_of(f"{services[event['service']]}-notification", message)
+
+
+def test_everything_sent_fits_and_the_documented_examples_are_real(conversation):
+    for schema, message in conversation.sent():
+        assert schemas.errors(schema, message) == [], message
+    kinds = {schemas.branch_of("reply", reply) for reply in conversation.replies}
+    assert kinds == set(schemas.branches("reply"))
+    for request in conversation.requests:
+        schemas.check("request", request)
+    for request in REFUSED:
+        assert schemas.errors(schemas.named("request"), request), request
+    schemas.check("nmos-device-info-reply", conversation.node_replies[0])
+    real = [message for _, message in conversation.sent()]
+    real += conversation.requests + REFUSED + conversation.node_replies
+    named = [{"command_name": "", **message} for _, message in conversation.notifications]
+    assert len(EXAMPLES) >= 12
+    for example in EXAMPLES:
+        assert example in real or {**example, "command_name": ""} in named, example
+
+
+def test_a_fault_anywhere_breaks_a_sent_message(conversation):
+    schemas_seen = set()
+    for schema, message in conversation.sent():
+        for fault, broken in broken_copies(message):
+            schemas_seen.add(schema["$id"])
+            assert schemas.errors(schema, broken), f"{schema['$id']} takes {fault}: {broken}"
+    assert len(schemas_seen) == 4
+
+
+def broken_copies(message):
+    """(fault, copy) with a key missing or added, a value of another type or beyond every width,
+    or an empty list."""
+    for path, value in walk(message):
+        place = ".".join(map(str, path))
+        if isinstance(value, dict):
+            yield f"{place} and one key more", replaced(message, path, {**value, "surplus": 1})
+            for key in value.keys() - LISTS:
+                rest = {other: kept for other, kept in value.items() if other != key}
+                yield f"{place} without {key}", replaced(message, path, rest)
+        elif isinstance(value, list):
+            for other in ([], {}):
+                yield f"{place} as {other}", replaced(message, path, other)
+        else:
+            integer = isinstance(value, int) and not isinstance(value, bool)
+            for other in ([value], *((1 << 64, -(1 << 63) - 1) if integer else ())):
+                yield f"{place} as {other}", replaced(message, path, other)
+
+
+def walk(value, path=()):
+    yield path, value
+    pairs = list(enumerate(value)) if isinstance(value, list) else []
+    for key, child in value.items() if isinstance(value, dict) else pairs:
+        yield from walk(child, (*path, key))
+
+
+def replaced(message, path, value):
+    outcome = copy.deepcopy([message])
+    holder = outcome
+    for key in (0, *path)[:-1]:
+        holder = holder[key]
+    holder[(0, *path)[-1]] = value
+    return outcome[0]
