@@ -145,8 +145,11 @@ def test_a_fifo_is_written_while_it_is_read_and_costs_no_message_when_its_reader
     os.mkfifo(fifo)
     with Service("-L", fifo) as service:
         assert "cannot be opened: No such device or address" in service.log_text()
+    # A reader that sees no end before there is a writer.
+    both_ends = os.open(fifo, os.O_RDWR)
     with subprocess.Popen(["cat", fifo], stdout=subprocess.PIPE) as reader:
         with Service("-L", fifo) as service:
+            os.close(both_ends)
             chatter = Chatter(device, service)
             read = []
             threading.Thread(target=lambda: read.extend(reader.stdout), daemon=True).start()
