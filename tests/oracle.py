@@ -22,96 +22,115 @@ from peers import PTP, SESSION, SYSTEM, wait_until
 
 UNREACHABLE = -102
 
-# Reading: each field is a function of the JSON value; None stands for a missing key and for null.
+
+class Plain:
+    """How a value is read (None stands for a missing key and for null) and made at random."""
+
+    def __init__(self, read, *choices):
+        self.read = read
+        self.make = lambda rng: rng.choice(choices)
 
 
-def _text(value):
+class Number(Plain):
+    """A whole number cut to its width; what is sent may need `sent` bits, of either sign."""
+
+    def __init__(self, bits, signed, sent=64):
+        low = -(1 << (bits - 1)) if signed else 0
+        super().__init__(lambda value: (int(value or 0) - low) % (1 << bits) + low)
+        self.make = lambda rng: self._near(rng, 1 << rng.choice((0, 7, 8, 15, 16, 31, sent - 1)))
+
+    @staticmethod
+    def _near(rng, edge):
+        return rng.choice((0, 1, -1, edge - 1, -edge, rng.randrange(edge)))
+
+
+class Many:
+    """A list; what is no list has no elements."""
+
+    def __init__(self, element):
+        self._element = element
+
+    def read(self, value):
+        return [self._element.read(part) for part in value] if isinstance(value, list) else []
+
+    def make(self, rng):
+        return [self._element.make(rng) for _ in range(rng.randrange(4))]
+
+
+class Record:
+    """An object: "key:type key:type", and what nests. Lists without elements are not written."""
+
+    def __init__(self, plain="", **nested):
+        pairs = (word.split(":") for word in plain.split())
+        self._fields = {**{key: TYPES[name] for key, name in pairs}, **nested}
+
+    def read(self, value):
+        parts = ((key, field.read((value or {}).get(key))) for key, field in self._fields.items())
+        return {key: part for key, part in parts if part != []}
+
+    def make(self, rng):
+        """With most of its members."""
+        return {key: part.make(rng) for key, part in self._fields.items() if rng.random() < 0.8}
+
+
+class Alarm(Record):
+    def read(self, value):
+        # Only a missing severity is a "warning".
+        return super().read({"severity": "warning", **value})
+
+
+def text(value):
     return value or ""
 
 
-def _boolean(value):
-    return bool(value)
-
-
-def _real(value):
-    return float(value or 0)
-
-
-def _unsigned(bits):
-    return lambda value: int(value or 0) & ((1 << bits) - 1)
-
-
-def _signed(bits):
-    half = 1 << (bits - 1)
-    return lambda value: (int(value or 0) + half) % (1 << bits) - half
-
-
-def _record(**fields):
-    """An object with these keys, but for lists without elements."""
-
-    def read(value):
-        everything = {key: field((value or {}).get(key)) for key, field in fields.items()}
-        return {key: part for key, part in everything.items() if part != []}
-
-    return read
-
-
-def _list(element):
-    return lambda value: [element(part) for part in value] if isinstance(value, list) else []
-
-
-_U8, _S8, _U16, _U32, _U64, _S64 = map(
-    lambda make, bits: make(bits),
-    (_unsigned, _signed, _unsigned, _unsigned, _unsigned, _signed),
-    (8, 8, 16, 32, 64, 64),
+_WORDS = ("", "a", "B\u00fchne \U0001f3a5", 'a "quoted"\nline\\', "\x01", "x" * 300)
+TYPES = {
+    "text": Plain(text, *_WORDS),
+    "bool": Plain(bool, True, False),
+    # Those that need no 17 digits.
+    "real": Plain(lambda value: float(value or 0), -3.25, 0, 41, 41.5),
+    "u8": Number(8, False),
+    "s8": Number(8, True),
+    "u32": Number(32, False),
+    "s32": Number(32, True, sent=32),
+    "s64": Number(64, True),
+    "id": Plain(lambda value: value or 0, *range(8), 2**32, 2**63, 2**64 - 1),
+    "device": Plain(text, "dev", "dev", "other", ""),
+    "clock": Plain(text, "", "08-00-11-ff-fe-21-e1-b0"),
+    "portState": Plain(text, "SLAVE", "MASTER"),
+    "port": Plain(lambda value: (value or 0) & 0xFFFF, 1, 2, 2, 127, 200, 65535, 65536),
+    "configuredPort": Plain(Number(8, True).read, 1, 2, 127, 200, 257),
+    "name": Plain(text, "eth0", "eth0", "eth1"),
+    "mac": Plain(text, "02:00:00:10:00:01"),
+    "up": Plain(lambda value: (value or 0) & 0xFF, 0, 1, 1, 257),
+}
+_ALARMS = Many(Alarm("severity:text description:text type:s32"))
+_STATUS = Record("id:id nmos_id:text device_id:device", alarms=_ALARMS,
+                 stream=Many(Record("id:id", alarms=_ALARMS)))  # fmt: skip
+_STREAMS = Many(Record("id:id type:text codec:text"))
+_CONFIGURATION = Record("id:id nmos_id:text", audio=_STREAMS, video=_STREAMS)
+_REMOVED = Record("id:id")
+_SETTINGS = "cfgSetting1:u8 cfgSetting2:u8 cfgSetting3:u8"
+_PORT_SETTINGS = "portSetting1:u8 portSetting2:u8 portSetting3:u8"
+_PTP = Record(
+    f"clock_id:clock grandmaster_id:clock locked:bool offset_ns:s64 mean_path_delay_ns:s64 "
+    f"cfgFlag:bool {_SETTINGS}",
+    profile=Record("name:text domain:u8 announce_interval:s8 sync_interval:s8 "
+                   "delay_req_interval:s8"),
+    ports=Many(Record(f"portNumber:port state:portState {_PORT_SETTINGS}")),
+)  # fmt: skip
+_PTP_CONFIGURATION = Record(
+    f"cfgFlag:u32 {_SETTINGS}",
+    ports=Many(Record(f"portNumber:configuredPort {_PORT_SETTINGS}")),
 )
+_MODULE = Record("present:bool vendor:text part_number:text serial:text temperature_c:real "
+                 "tx_power_dbm:real rx_power_dbm:real")  # fmt: skip
+_ETHS = Many(Record("name:name mac:mac state:up ip:text speed_mbps:u32", sfp=_MODULE))
+_DYNAMIC = Record("uptime_s:id temperature_c:real", eths=_ETHS)
 
 
-def _alarm(value):
-    # Only a missing severity is a "warning".
-    return _ALARM({"severity": "warning", **value})
-
-
-_ALARM = _record(severity=_text, description=_text, type=_signed(32))
-_STREAM = _record(id=_U64, alarms=_list(_alarm))
-_SESSION = _record(
-    id=_U64, nmos_id=_text, device_id=_text, alarms=_list(_alarm), stream=_list(_STREAM)
-)
-_SETTINGS = {"cfgSetting1": _U8, "cfgSetting2": _U8, "cfgSetting3": _U8, "cfgFlag": _boolean}
-_PORT_SETTINGS = {"portSetting1": _U8, "portSetting2": _U8, "portSetting3": _U8}
-_PTP = _record(
-    clock_id=_text,
-    grandmaster_id=_text,
-    locked=_boolean,
-    offset_ns=_S64,
-    mean_path_delay_ns=_S64,
-    profile=_record(
-        name=_text, domain=_U8, announce_interval=_S8, sync_interval=_S8, delay_req_interval=_S8
-    ),
-    ports=_list(_record(portNumber=_U16, state=_text, **_PORT_SETTINGS)),
-    **_SETTINGS,
-)
-_PTP_CONFIGURATION = _record(
-    ports=_list(_record(portNumber=_S8, **_PORT_SETTINGS)), **{**_SETTINGS, "cfgFlag": _U32}
-)
-_ETHS = _list(
-    _record(
-        name=_text,
-        mac=_text,
-        state=_U8,
-        ip=_text,
-        speed_mbps=_U32,
-        sfp=_record(
-            present=_boolean,
-            vendor=_text,
-            part_number=_text,
-            serial=_text,
-            temperature_c=_real,
-            tx_power_dbm=_real,
-            rx_power_dbm=_real,
-        ),
-    )
-)
+def keys(words):
+    return [word.partition(":")[0] for word in words.split()]
 
 
 def encode(value):
@@ -135,7 +154,7 @@ class Model:
         self.node = node
         self.device_id = ""
         self.sessions = []
-        self.ptp = _PTP({})
+        self.ptp = _PTP.read({})
         self.eths = []
         self.sent = {}
         self.lines = []
@@ -206,7 +225,7 @@ class Model:
         self._chk(signature, self._session_status(status))
 
     def _session_status(self, payload):
-        status = _SESSION(payload)
+        status = _STATUS.read(payload)
         self._log(
             "INF avmgrNotifyUpdateSessionStatusEvent:: session "
             f"{_as_signed(status['id'])} - NMOS {status['nmos_id']}"
@@ -225,31 +244,31 @@ class Model:
 
     def _removed_session(self, payload):
         self._log(f"INF avmgrNotifyRemovedSessionEvent:: session {_as_signed(payload.get('id'))}")
-        self._forget(_U64(payload.get("id")))
+        self._forget(payload.get("id", 0))
 
     def _forget(self, session):
         self.sessions = [status for status in self.sessions if status["id"] != session]
 
     def _ptp_status(self, payload):
         self._log("INF zatPmcPtpStatusChangeEvent:: PTP changed")
-        self.ptp = _PTP(payload)
+        self.ptp = _PTP.read(payload)
         signature = "virtual int WebNotifierHandler::zatPmcPtpStatusChangeEvent(PtpCommonInfo&)"
         self._chk(signature, self._publish_all())
 
     def _ptp_configuration(self, payload):
         self._log("INF zatPmcPtpConfigChangeEvent:: PTP changed")
-        configuration = _PTP_CONFIGURATION(payload)
-        self.ptp = {**self.ptp, **{key: configuration[key] for key in _SETTINGS}}
+        configuration = _PTP_CONFIGURATION.read(payload)
+        self.ptp = {**self.ptp, **{key: configuration[key] for key in keys(_SETTINGS)}}
         self.ptp["cfgFlag"] = configuration["cfgFlag"] != 0
         for wanted in configuration.get("ports", []):
             for port in self.ptp.get("ports", []):
                 if port["portNumber"] == wanted["portNumber"]:
-                    port.update({key: wanted[key] for key in _PORT_SETTINGS})
+                    port.update({key: wanted[key] for key in keys(_PORT_SETTINGS)})
         signature = "virtual int WebNotifierHandler::zatPmcPtpConfigChangeEvent(ZatPmcPtpCfg&)"
         self._chk(signature, self._publish_all())
 
     def _dynamic_information(self, payload):
-        eths = _ETHS(payload.get("eths"))
+        eths = _ETHS.read(payload.get("eths"))
         first = {}
         for port in eths:
             first.setdefault(port["name"], port["state"])
@@ -288,8 +307,7 @@ class Model:
                 self.sent[address].append(text)
 
 
-def _as_signed(identity):
-    return _S64(identity)
+_as_signed = TYPES["s64"].read  # as the log prints ids
 
 
 class Twin:
@@ -340,111 +358,12 @@ class Twin:
 
 def notifications(rng):
     """Any number of (service, kind, payload); every kind that kaikla subscribes to, and others."""
-    ids = [*range(8), 2**32, 2**63, 2**64 - 1]
+    kinds = (
+        [(SESSION, 1000, _CONFIGURATION), (SESSION, 1001, _REMOVED), (SYSTEM, 1001, _DYNAMIC)]
+        + [(SESSION, 1003, _STATUS)] * 2
+        + [(SESSION, kind, _REMOVED) for kind in (1002, 1006)]
+        + [(PTP, 1000, _PTP), (PTP, 1001, _PTP_CONFIGURATION)]
+    )
     while True:
-        yield rng.choice(
-            [
-                lambda: (SESSION, 1000, _some_configuration(rng, ids)),
-                lambda: (SESSION, 1001, {"id": rng.choice(ids)}),
-                lambda: (SESSION, 1003, _some_status(rng, ids)),
-                lambda: (SESSION, 1003, _some_status(rng, ids)),
-                lambda: (SESSION, rng.choice((1002, 1004, 1006)), {"id": rng.choice(ids)}),
-                lambda: (SYSTEM, 1001, {"eths": _some(rng, _some_port), "uptime_s": 1}),
-                lambda: (PTP, 1000, _some_ptp(rng)),
-                lambda: (PTP, 1001, _some_ptp_configuration(rng)),
-            ]
-        )()
-
-
-def _some(rng, make, most=3):
-    return [make(rng) for _ in range(rng.randrange(most + 1))]
-
-
-def _part(rng, **members):
-    """An object with most of these members."""
-    return {key: value for key, value in members.items() if rng.random() < 0.8}
-
-
-def _word(rng):
-    return rng.choice(("", "a", "Bühne \U0001f3a5", 'a "quoted"\nline\\', "\x01", "x" * 300))
-
-
-def _number(rng, bits=32):
-    """A whole number of up to so many bits, either sign, often at an end of a width."""
-    edge = 1 << rng.choice((0, 7, 8, 15, 16, 31, bits - 1))
-    return rng.choice((0, 1, -1, edge - 1, -edge, rng.randrange(edge)))
-
-
-def _some_alarm(rng):
-    return _part(rng, severity=_word(rng), description=_word(rng), type=_number(rng))
-
-
-def _some_status(rng, ids):
-    def stream(_):
-        return _part(rng, id=rng.choice(ids), alarms=_some(rng, _some_alarm))
-
-    return _part(
-        rng,
-        id=rng.choice(ids),
-        nmos_id=_word(rng),
-        device_id=rng.choice(("dev", "dev", "other", "")),
-        alarms=_some(rng, _some_alarm),
-        stream=_some(rng, stream),
-    )
-
-
-def _some_configuration(rng, ids):
-    def stream(_):
-        return _part(rng, id=rng.choice(ids), type="x", codec="y")
-
-    lists = {"audio": _some(rng, stream), "video": _some(rng, stream)}
-    return _part(rng, id=rng.choice(ids), nmos_id=_word(rng), **lists)
-
-
-def _settings(rng, name):
-    return {f"{name}{number}": _number(rng, 64) for number in (1, 2, 3)}
-
-
-def _some_ptp(rng):
-    identity = ("", "08-00-11-ff-fe-21-e1-b0")
-
-    def port(_):
-        number = rng.choice((1, 2, 2, 127, 200, 65535, 65536))
-        return _part(rng, portNumber=number, state="SLAVE", **_settings(rng, "portSetting"))
-
-    intervals = {f"{name}_interval": _number(rng) for name in ("announce", "sync", "delay_req")}
-    return _part(
-        rng,
-        clock_id=rng.choice(identity),
-        grandmaster_id=rng.choice(identity),
-        locked=rng.random() < 0.5,
-        offset_ns=_number(rng, 64),
-        mean_path_delay_ns=_number(rng, 64),
-        profile=_part(rng, name=_word(rng), domain=_number(rng), **intervals),
-        cfgFlag=rng.random() < 0.5,
-        ports=_some(rng, port),
-        **_settings(rng, "cfgSetting"),
-    )
-
-
-def _some_ptp_configuration(rng):
-    def port(_):
-        number = rng.choice((1, 2, 127, 200, 257))
-        return _part(rng, portNumber=number, **_settings(rng, "portSetting"))
-
-    ports = _some(rng, port)
-    return _part(rng, cfgFlag=_number(rng), ports=ports, **_settings(rng, "cfgSetting"))
-
-
-def _some_port(rng):
-    power = rng.randrange(-80, 80) / 4
-    module = _part(rng, present=True, vendor=_word(rng), temperature_c=41.5, tx_power_dbm=power)
-    return _part(
-        rng,
-        name=rng.choice(("eth0", "eth0", "eth1")),
-        mac="02:00:00:10:00:01",
-        state=rng.choice((0, 1, 1, 257)),
-        ip=_word(rng),
-        speed_mbps=_number(rng, 64),
-        sfp=module,
-    )
+        service, kind, record = rng.choice(kinds)
+        yield service, kind, record.make(rng)
