@@ -315,6 +315,11 @@ class Twin:
 
     def __init__(self, device, service, consumers=2):
         self.device, self.service, self.model = device, service, Model()
+        first = service.consumer()
+        self.model.device_id = service.document()["device_id"]
+        self.model.asked = len(device.node.requests())
+        service.remove(first.address)
+        service.new_lines()
         self._start = len(service.log())
         self._last = None
         self.consumers = {}
