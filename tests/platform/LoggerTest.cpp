@@ -3,9 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
-
 #include <array>
 #include <cstdlib>
 #include <ctime>
@@ -133,26 +130,6 @@ TEST_F(LoggerTest, FileIsRotatedWithoutLosingALineAndThreeOldOnesAreKept) {
         expected = numbers.front() - 1;
     }
     EXPECT_FALSE(fs::exists(directory / "log.4"));
-}
-
-TEST_F(LoggerTest, WhatIsNoFileIsNeverRenamed) {
-    // A null device of the test's own, so that a fault does not take the host's away.
-    const std::string device = directory / "null";
-    if (::mknod(device.c_str(), S_IFCHR | 0600, ::makedev(1, 3)) != 0 || !std::ofstream(device)) {
-        GTEST_SKIP() << "devices cannot be made here";
-    }
-    logTo("null");
-    logMuch(2 * kMaxFileBytes / 4000);
-    EXPECT_TRUE(fs::is_character_file(device));
-    EXPECT_FALSE(fs::exists(device + ".1"));
-
-    // Something may take the place of a file later.
-    logTo("log");
-    logMuch(1);
-    fs::remove(file);
-    fs::create_symlink("null", file);
-    logMuch(2 * kMaxFileBytes / 4000);
-    EXPECT_TRUE(fs::is_symlink(file));
 }
 
 } // namespace
