@@ -197,7 +197,7 @@ def test_a_busy_service_is_not_waited_for_at_the_end(device, service):
         wait_until(lambda: busy.requests[2:] == ["Remove remote info consumer"], "the removal")
     with Watch("--timeout", "60") as watch:
         watch.wait_registered()
-        assert ctl("watch", "--bind", "tcp://127.0.0.1:5591")[2].endswith("maybe another watch, does.\n")
+        assert ctl("watch", "--bind", "tcp://127.0.0.1:5591")[2].endswith("maybe another watch, does; end it first.\n")
         service.send_signal(signal.SIGSTOP)
         watch.expected_status = 3
         assert watch.stop(signal.SIGTERM, seconds=5) == 3

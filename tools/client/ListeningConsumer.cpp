@@ -24,7 +24,7 @@ std::string whyNotBound(const std::string& endpoint, const zmq::error_t& error) 
     const std::string start = "cannot listen on " + endpoint + ": ";
     switch (error.num()) {
     case EADDRINUSE:
-        return start + "another program, maybe another watch, does.";
+        return start + "another program, maybe another watch, does; end it first.";
     case EADDRNOTAVAIL:
     case ENODEV:
         return start + "this host does not have that address; run this on the host that has it.";

@@ -33,13 +33,13 @@ struct Options {
     bool json = false;
     /// status: indented JSON.
     bool pretty = false;
-    /// list: whether to try whether the consumers can be reached.
+    /// list: try to reach the consumers.
     bool check = true;
     /// add, remove, drain and doctor: the consumer that the command is about; doctor can do
     /// without.
     std::string address;
-    /// watch: where to listen and, when that is not what the service can connect to, what to
-    /// register instead. Empty for the default.
+    /// watch: where to listen and, when the service reaches it under another address, what to
+    /// register. Empty for the default.
     std::string bind;
     std::string advertised;
     /// watch: how many messages to wait for, 0 for no end.

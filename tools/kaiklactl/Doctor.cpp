@@ -71,7 +71,7 @@ public:
             client::request(context, service, WebNotifierCommand::add_remote_info_consumer,
                             client::consumerPayload(address), &stop);
         } catch (...) {
-            // The request may be on its way all the same.
+            // The service may still carry out the request.
             remove();
             throw;
         }

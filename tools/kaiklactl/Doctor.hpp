@@ -7,11 +7,12 @@
 
 namespace kaiklactl {
 
-/// Answers "why do I get nothing?": looks at the service, at the consumers that it knows or the one
-/// given, and at what a consumer of its own gets. Prints one line a check, each with what to do.
+/// Answers "why do I get nothing?". Checks the service, the registered consumers or the one given,
+/// and what a consumer of its own gets. Prints one line a check, each with advice.
 ///
-/// Returns success when nothing is wrong, noAnswer when the service is not there, otherwise
-/// refused. Throws Interrupted when a signal ends it; its own consumer is taken out in every case.
+/// Returns success when nothing is wrong, noAnswer when the service does not answer, otherwise
+/// refused. Throws client::Interrupted when a signal ends it. Its own consumer is removed in any
+/// case.
 ExitStatus runDoctor(const Options& options, zmq::context_t& context, StopSignals& stop);
 
 } // namespace kaiklactl

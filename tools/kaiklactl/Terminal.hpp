@@ -36,9 +36,8 @@ bool colourWanted();
 /// nothing is not waited for.
 void notice(const std::string& text);
 
-/// Lines on their way to a reader that may be slow. Nothing here waits: lines that are not read are
-/// kept up to a limit and then left out. A consumer that waited for its reader would block the
-/// service.
+/// Lines for a reader that may be slow. Nothing here waits: lines that are not read are kept up to
+/// a limit and then left out. A consumer that waited for its reader would block the service.
 class LineOutput {
 public:
     explicit LineOutput(int outputDescriptor) : descriptor(outputDescriptor) {}

@@ -21,8 +21,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// The service sends the whole status before it answers the registration; connecting takes a
-/// moment.
+/// The service sends the whole status before it answers the registration. Connecting takes a moment
+/// longer.
 constexpr milliseconds kFirstMessageLimit{1000};
 /// How long the messages sent before a removal may take to arrive.
 constexpr milliseconds kDrainLimit{300};
@@ -30,7 +30,7 @@ constexpr milliseconds kDrainLimit{300};
 /// later; the watch does not wait for that.
 constexpr milliseconds kRemovalLimit{500};
 
-/// Messages taken in one turn of the loop, so that a flood of them does not keep a signal waiting.
+/// Messages taken in one turn of the loop: a flood must not keep a signal waiting.
 constexpr int kMessagesATurn = 256;
 
 std::string timeOfDay(std::chrono::system_clock::time_point time) {
@@ -45,14 +45,13 @@ std::string timeOfDay(std::chrono::system_clock::time_point time) {
     return text.str();
 }
 
-/// The kind, wide enough for the two that there are.
 std::string column(const std::string& kind) {
     constexpr std::size_t kWidth = sizeof("status-session") - 1;
     return kind + std::string(kWidth - std::min(kWidth, kind.size()), ' ');
 }
 
-/// One line for a person about a message that came at `time`: the local time of day, the kind and
-/// what it changed. It is printable whatever the frame holds.
+/// One line about a message that came at `time`: the local time of day, the kind and what it
+/// changed. It is printable, whatever the frame holds.
 std::string messageLine(std::string_view frame, std::chrono::system_clock::time_point time,
                         StatusHistory& history) {
     std::string kind = "malformed";
@@ -113,7 +112,7 @@ void Watch::wait() {
     std::array<zmq_pollitem_t, 6> items = {consumer.messageItem(),  consumer.stateItem(),
                                            connection->replyItem(), connection->stateItem(),
                                            client::pollItem(stop),  output.pollItem()};
-    // A closed output would be reported again and again while this consumer takes itself out.
+    // A closed output would be ready again and again until the end.
     client::waitFor({items.data(), items.size() - (output.closed() ? 1 : 0)}, deadline);
     if (!output.closed()) {
         output.proceed(items.back().revents);
@@ -138,16 +137,14 @@ void Watch::noteLeftOut() {
     }
 }
 
-void Watch::takeMessages() {
+bool Watch::takeMessages() {
     for (int turn = 0; turn < kMessagesATurn; ++turn) {
         const std::optional<std::string> frame = consumer.receive();
         if (!frame) {
-            return;
+            return false;
         }
         if (phase < Phase::registering && !wasRegistered) {
-            // Meant for a consumer that was here before. The service that sends is not stuck.
-            ++thrownAway;
-            enter(phase, deadline ? std::optional(service.timeout) : std::nullopt);
+            throwAway();
             continue;
         }
         hasMessage = true;
@@ -157,6 +154,21 @@ void Watch::takeMessages() {
         if (!hasEnough()) {
             printMessage(*frame);
         }
+    }
+    return true;
+}
+
+/// A message for a consumer that had this address before.
+void Watch::throwAway() {
+    ++thrownAway;
+    // A service that sends is not stuck: its reply comes later.
+    if (!leftBehind) {
+        enter(phase, service.timeout);
+    }
+}
+
+void Watch::takeAllMessages() {
+    while (takeMessages()) {
     }
 }
 
@@ -211,14 +223,14 @@ void Watch::takeReply(const client::Reply& reply) {
                reply.command == WebNotifierCommand::remove_remote_info_consumer) {
         enter(Phase::draining, kDrainLimit);
         if (everythingHasCome) {
-            takeMessages();
+            takeAllMessages();
             beginFlushing();
         }
     }
 }
 
-/// Before it registers, a watch removes what a killed one has left behind at its address, so that
-/// no old message is taken for news.
+/// A killed watch may have left this address registered. It is removed first, so that its old
+/// messages do not look like news.
 void Watch::takeClearingReply(const client::Reply& reply) {
     if (reply.command == WebNotifierCommand::get_server_list) {
         const std::vector<std::string> consumers = client::registeredConsumers(reply.payload);
@@ -236,6 +248,7 @@ void Watch::takeClearingReply(const client::Reply& reply) {
 
 void Watch::registerConsumer() {
     if (leftBehind) {
+        takeAllMessages();
         notice(address + " was registered already; " + counted(thrownAway, "old message") +
                " thrown away.");
     }
@@ -248,8 +261,8 @@ void Watch::registerConsumer() {
 }
 
 void Watch::takeConnectionState() {
-    // The service closes the connection to a consumer when it has removed it and has nothing more
-    // to send, and when it ends.
+    // The service closes its connection to a removed consumer after the last message, and to every
+    // consumer when it ends.
     if (consumer.lostConnection()) {
         if (phase == Phase::watching) {
             connection->send(WebNotifierCommand::get_server_list);
@@ -257,10 +270,9 @@ void Watch::takeConnectionState() {
         } else if (phase == Phase::removing) {
             everythingHasCome = true;
         } else if (phase == Phase::draining) {
-            takeMessages();
+            takeAllMessages();
             beginFlushing();
         } else if (phase == Phase::clearing && leftBehind) {
-            takeMessages();
             registerConsumer();
         } else if (phase == Phase::clearing) {
             everythingHasCome = true;
@@ -310,7 +322,7 @@ void Watch::takeDeadline() {
         failWithoutAnswer();
         break;
     case Phase::registering:
-        // The service may still come to the request, after this consumer has gone.
+        // The service may still carry out the registration, after this consumer has ended.
         connection->send(WebNotifierCommand::remove_remote_info_consumer,
                          client::consumerPayload(address));
         [[fallthrough]];
@@ -360,7 +372,7 @@ void Watch::finish() {
         enter(Phase::removing, std::min(service.timeout, kRemovalLimit));
         break;
     default:
-        // Told twice: at once.
+        // A second signal ends it at once.
         enter(Phase::ended);
         break;
     }
@@ -371,8 +383,7 @@ void Watch::beginFlushing() {
         enter(Phase::ended);
         return;
     }
-    // Who asked for a number of messages gets them; else a reader that has stopped reading is not
-    // waited for.
+    // --count promises that many lines. Otherwise a reader that has stopped is not waited for.
     enter(Phase::flushing, hasEnough() ? std::nullopt : std::optional(kDrainLimit));
 }
 

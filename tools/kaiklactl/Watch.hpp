@@ -17,35 +17,34 @@
 
 namespace kaiklactl {
 
-/// A consumer that prints what it gets. It registers itself, again when the service has restarted,
-/// and takes itself out when it ends. Everything happens in one loop that waits in one place, so
-/// that messages are taken from the service whatever else is going on.
+/// A consumer that prints its messages. It registers itself, again when the service has restarted,
+/// and removes itself at the end. One loop waits in one place, so messages are always taken: a
+/// consumer that does not read blocks the service.
 class Watch {
 public:
     /// All arguments must outlive the object.
     Watch(const Options& options, zmq::context_t& context, StopSignals& stop);
 
-    /// Returns when it has been told to end, by a signal, by its reader or by --count; when the
-    /// service refuses to register it; and when there is no service to begin with. Throws Failure.
+    /// Returns after a signal, when its reader has gone, after --count messages, when the service
+    /// refuses to register it, and when there is no service at the start. Throws client::Failure,
+    /// and std::runtime_error when the output cannot be written.
     ExitStatus run();
 
 private:
     /// In the order in which a watch goes through them.
     enum class Phase {
-        /// There is no connection to the service yet, or none any more.
+        /// There is no connection to the service.
         connecting,
-        /// It has been asked who is registered, or to remove what a killed watch left behind.
+        /// Asking whether a killed watch has left this address registered, and removing it.
         clearing,
-        /// It has been asked to register this consumer.
         registering,
         watching,
-        /// It has closed its connection to this consumer: is this consumer still on its list?
+        /// The service has closed its connection: asking whether this consumer is still registered.
         checking,
-        /// It has been asked to take this consumer out.
         removing,
-        /// It has done so; what it sent before may still be on its way.
+        /// Removed; messages sent before may still arrive.
         draining,
-        /// What has come is still to be written.
+        /// Lines are still to be written.
         flushing,
         ended,
     };
@@ -54,7 +53,10 @@ private:
     void connect();
     void wait();
 
-    void takeMessages();
+    /// Takes what has come, up to a bound. Returns whether there may be more.
+    bool takeMessages();
+    void takeAllMessages();
+    void throwAway();
     void printMessage(const std::string& frame);
     void takeReplies();
     void takeReply(const client::Reply& reply);
@@ -67,7 +69,7 @@ private:
     void takeDeadline();
     void failWithoutAnswer();
 
-    /// Begins the end; when it has begun before, ends at once.
+    /// Begins the end; the second call ends at once.
     void finish();
     void beginFlushing();
     /// Whether --count messages have come.
@@ -85,14 +87,15 @@ private:
 
     Phase phase = Phase::connecting;
     std::optional<client::Clock::time_point> deadline;
-    /// Whether this address was registered before this watch, and has been removed.
+    /// Whether a killed watch had left this address registered; it has been removed.
     bool leftBehind = false;
+    /// How many messages have come for that watch.
     std::size_t thrownAway = 0;
-    /// Whether the service has ever registered this consumer.
+    /// Whether this watch has ever been registered.
     bool wasRegistered = false;
-    /// Whether a message has come since it did so last.
+    /// Whether a message has come since the last registration.
     bool hasMessage = false;
-    /// Whether the service has closed its connection after it was asked for the removal.
+    /// Whether the service has closed its connection since the removal was requested.
     bool everythingHasCome = false;
     unsigned long messageCount = 0;
     ExitStatus status = ExitStatus::success;

@@ -1,10 +1,10 @@
 #pragma once
 
-/// SIGINT, SIGTERM and SIGHUP as something to poll for, so that none interrupts anything and none
-/// is lost between a look and a wait. SIGHUP stays ignored where it is (nohup).
+/// SIGINT, SIGTERM and SIGHUP as a descriptor to poll. They interrupt nothing, and none is lost
+/// between a check and a wait. SIGHUP stays ignored where it is ignored already (nohup).
 ///
-/// Made before the threads that are to inherit it. The signals stay held back when the object is
-/// gone: whoever had one is about to end, and a second one must not change with which status.
+/// Create it first in main: threads inherit the blocked signals. They stay blocked when the object
+/// is gone, because the process is about to end and a second signal must not change its status.
 class StopSignals {
 public:
     /// Throws std::system_error when there is no descriptor left.
