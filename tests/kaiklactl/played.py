@@ -1,40 +1,37 @@
 """kaiklactl with the real service, and with a played one that answers whatever a test wants."""
 
 import json
-import pathlib
 import tempfile
 import threading
 
 import zmq
 
-from peers import CONTEXT, Process, bind, free_port, run, wait_until
+from peers import Process, bind, free_port, run, wait_until
 
 
-def ctl(*arguments, **options):
+def ctl(line, **options):
     """Runs kaiklactl to its end: (exit status, standard output, standard error)."""
-    done = run("kaiklactl", *arguments, **options)
+    done = run("kaiklactl", *line.split(), **options)
     return done.returncode, done.stdout, done.stderr
 
 
 class Watch(Process):
-    """`kaiklactl watch`, whose output and notices can be waited for."""
+    """`kaiklactl watch`, whose output can be waited for."""
 
     def __init__(self, *arguments, **options):
-        self._output = tempfile.NamedTemporaryFile()
+        self._output = tempfile.NamedTemporaryFile("r", encoding="utf-8")
         super().__init__("kaiklactl", "watch", *arguments, **{"stdout": self._output, **options})
 
     def lines(self):
-        """Standard output."""
-        return pathlib.Path(self._output.name).read_text(encoding="utf-8").splitlines()
+        self._output.seek(0)
+        return self._output.read().splitlines()
 
     def wait_output(self, text, count=1):
-        found = lambda: [line for line in self.lines() if text in line]
-        wait_until(lambda: len(found()) >= count, f"{count} times '{text}' in {self.lines()}")
-        return self
+        wait_until(lambda: sum(text in line for line in self.lines()) >= count, text)
 
     def wait_registered(self):
         self.wait_line("is registered with")
-        return self.wait_output("whole status")
+        self.wait_output("whole status")
 
 
 class PlayedService:
@@ -51,12 +48,10 @@ class PlayedService:
     def _serve(self, answer):
         while not self._ended.is_set():
             if self._socket.poll(10):
-                client, delimiter, body = self._socket.recv_multipart()
-                request = json.loads(body)
-                self.requests.append(request["command_name"])
-                reply = answer(request["command_id"])
-                if reply is not None:
-                    self._socket.send_multipart([client, delimiter, reply])
+                *envelope, body = self._socket.recv_multipart()
+                self.requests.append(json.loads(body)["command_id"])
+                if (text := answer(self.requests[-1])) is not None:
+                    self._socket.send_multipart([*envelope, text])
 
     def __enter__(self):
         return self
@@ -73,14 +68,7 @@ def reply(command, payload=None, **more):
     return json.dumps({**body, **more}).encode()
 
 
-def played_ctl(answer, *arguments):
+def played_ctl(answer, line):
     """kaiklactl against a played service that gives every request the answer."""
     with PlayedService(lambda _: answer) as service:
-        return ctl(*arguments, "--server", service.endpoint)
-
-
-def pusher(address):
-    """A service's connection to a consumer."""
-    socket = CONTEXT.socket(zmq.PUSH)
-    socket.connect(address)
-    return socket
+        return ctl(f"{line} --server {service.endpoint}")

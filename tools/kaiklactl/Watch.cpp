@@ -240,6 +240,7 @@ void Watch::takeClearingReply(const client::Reply& reply) {
         }
         connection->send(WebNotifierCommand::remove_remote_info_consumer,
                          client::consumerPayload(address));
+        everythingHasCome = false;
     } else {
         leftBehind = true;
         enter(Phase::clearing, everythingHasCome ? milliseconds(0) : kDrainLimit);
@@ -252,7 +253,7 @@ void Watch::registerConsumer() {
         notice(address + " was registered already; " + counted(thrownAway, "old message") +
                " thrown away.");
     }
-    leftBehind = everythingHasCome = false;
+    leftBehind = false;
     thrownAway = 0;
     hasMessage = false;
     connection->send(WebNotifierCommand::add_remote_info_consumer,
@@ -264,18 +265,15 @@ void Watch::takeConnectionState() {
     // The service closes its connection to a removed consumer after the last message, and to every
     // consumer when it ends.
     if (consumer.lostConnection()) {
+        everythingHasCome = true;
         if (phase == Phase::watching) {
             connection->send(WebNotifierCommand::get_server_list);
             enter(Phase::checking, service.timeout);
-        } else if (phase == Phase::removing) {
-            everythingHasCome = true;
         } else if (phase == Phase::draining) {
             takeAllMessages();
             beginFlushing();
         } else if (phase == Phase::clearing && leftBehind) {
             registerConsumer();
-        } else if (phase == Phase::clearing) {
-            everythingHasCome = true;
         }
     }
     switch (connection->update()) {
@@ -369,6 +367,7 @@ void Watch::finish() {
     case Phase::checking:
         connection->send(WebNotifierCommand::remove_remote_info_consumer,
                          client::consumerPayload(address));
+        everythingHasCome = false;
         enter(Phase::removing, std::min(service.timeout, kRemovalLimit));
         break;
     default:
