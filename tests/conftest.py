@@ -12,19 +12,13 @@ import pytest
 
 import peers
 
-# The ports are fixed, but a network namespace has its own: one for each worker.
-_LOOPBACK_UP = "ip link set lo up; exec \"$@\""
-_NAMESPACES = [
-    ["unshare", *kind, "sh", "-c", _LOOPBACK_UP, "sh"] for kind in (["-n"], ["-r", "-n"])
-]
-
-
-def _namespace():
-    """The command that gives a process a loopback to itself; None where that is refused."""
-    for command in _NAMESPACES:
-        if subprocess.run([*command, "true"], capture_output=True).returncode == 0:
+def namespace():
+    """The command that gives a process a loopback to itself; nothing where that is refused."""
+    loopback = ["sh", "-c", 'ip link set lo up; exec "$@"', "sh"]
+    for command in (["unshare", "-n", *loopback], ["unshare", "-r", "-n", *loopback]):
+        if subprocess.run([*command, "true"], capture_output=True, check=False).returncode == 0:
             return command
-    return None
+    return []
 
 
 def pytest_addoption(parser):
@@ -33,16 +27,17 @@ def pytest_addoption(parser):
 
 @pytest.hookimpl(tryfirst=True)
 def pytest_cmdline_main(config):
-    if config.option.numprocesses and _namespace() is None:
+    if config.option.numprocesses and not namespace():
         print("Network namespaces are refused: one worker.", file=sys.stderr)
         config.option.numprocesses = 1
 
 
 @pytest.hookimpl(optionalhook=True)
 def pytest_xdist_setupnodes(specs):
-    namespace = _namespace()
+    # The ports are fixed, but a network namespace has its own: one for each worker.
+    python = shlex.join([*namespace(), sys.executable])
     for spec in specs:
-        spec.python = shlex.join([*(namespace or []), sys.executable])
+        spec.python = python
 
 
 def pytest_terminal_summary(terminalreporter):

@@ -16,11 +16,9 @@ STORE = {
 }
 
 try:
-    from referencing import Registry, Resource
+    from referencing import Registry
 
-    _REFERENCES = {
-        "registry": Registry().with_contents(STORE.items())
-    }
+    _REFERENCES = {"registry": Registry().with_contents(STORE.items())}
 except ImportError:  # before version 4.18 of jsonschema
     _REFERENCES = {"resolver": jsonschema.RefResolver("", {}, store=STORE)}
 

@@ -1,13 +1,9 @@
 """What consumers receive: everything, in order, over one connection; what a full queue does."""
 
 import json
-import signal
 import time
 
-import pytest
-
-from peers import INSTRUMENTED, PTP, SESSION, Consumer, Listener, Service, bind, free_port, wait_until
-import zmq
+from peers import INSTRUMENTED, SESSION, Consumer, Listener, Service, free_port, wait_until
 
 FULL = "the queue to {} is full, waiting for it to be read"
 QUEUE = 1000
@@ -72,8 +68,8 @@ def test_a_stalled_consumer_sees_one_connection_and_gets_everything_once_it_read
         time.sleep(12 if full else 1)
         assert in_order(consumer, count - 1)[0] == 0
         assert consumer.accepted() == 1
-        # One block is not told over and over; the loop goes on afterwards.
-        assert len(service.lines_with(line)) < count / QUEUE
+        # A block is told once, and ends when half of the queue is free.
+        assert len(service.lines_with(line)) <= 2 * count / QUEUE
         assert service.consumers() == [consumer.address]
 
 

@@ -2,7 +2,6 @@
 
 import itertools
 import json
-import os
 import random
 import socket
 import threading
@@ -14,7 +13,7 @@ import zmq
 import oracle
 import schemas
 from peers import (COMMAND_ENDPOINT, INSTRUMENTED, PTP, SESSION, SYSTEM, TIMEOUT, Client, Consumer,
-                   Service, free_port)  # fmt: skip
+                   Service)  # fmt: skip
 
 NODE = "node"
 
@@ -40,7 +39,7 @@ def test_services_that_go_and_come_back_in_any_order_are_followed(
         for name in order:
             present.remove(name)
             device.node.close() if name == NODE else device.close(name)
-            twin.model.node = "dev" if NODE in present else None
+            twin.node_present = NODE in present
             tell()
         for name in order:
             present.add(name)
@@ -51,7 +50,7 @@ def test_services_that_go_and_come_back_in_any_order_are_followed(
                 device.open(name)
                 device.wait_subscribed()
                 longest = max(longest, time.monotonic() - started)
-            twin.model.node = "dev" if NODE in present else None
+            twin.node_present = NODE in present
             tell()
         messages += sum(map(len, twin.compare().values()))
     assert longest < 1 or INSTRUMENTED
@@ -114,7 +113,9 @@ def stranger(over, visits):
     while not over.is_set():
         try:
             with socket.create_connection(("127.0.0.1", port), timeout=1) as connection:
-                connection.sendall(random.randbytes(random.randrange(1, 200)))
+                # Taken for the beginning of an old peer's name, which never ends. One that ends
+                # costs now and then a reply of the library's REP socket.
+                connection.sendall(b"\xfe" + random.randbytes(random.randrange(1, 200)))
                 connection.recv(100)
         except OSError:
             pass
@@ -134,19 +135,18 @@ def test_a_crowd_of_clients_is_answered(device, full, record_property):
         strangers = [threading.Thread(target=stranger, args=(over, visits)) for _ in range(5)]
         for thread in strangers:
             thread.start()
-        slowest = 0.0
         end = time.monotonic() + (30 if full else 2)
-        while time.monotonic() < end:
-            started = time.monotonic()
-            ready = poller.poll(TIMEOUT * 1000)
-            assert ready, "nobody is answered"
-            for client, _ in ready:
-                by_socket[client].take()
-                by_socket[client].ask()
-            slowest = max(slowest, time.monotonic() - started)
-        over.set()
-        for thread in strangers:
-            thread.join()
+        try:
+            while time.monotonic() < end:
+                ready = poller.poll(TIMEOUT * 1000)
+                assert ready, "nobody is answered"
+                for client, _ in ready:
+                    by_socket[client].take()
+                    by_socket[client].ask()
+        finally:
+            over.set()
+            for thread in strangers:
+                thread.join()
         assert all(client.answers > 0 for client in clients) and visits
         assert service.request(3)["result"] == 0
     regular = sum(client.answers for client in clients[:25])

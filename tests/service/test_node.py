@@ -1,12 +1,10 @@
 """The NMOS node: asked for the device's id while that is empty, however it behaves."""
 
-import json
 import signal
 import time
 
 import pytest
 
-import oracle
 from peers import INSTRUMENTED, NODE_ENDPOINT, PTP, SESSION, Node, device_reply
 
 MIB = 1 << 20

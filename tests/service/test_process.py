@@ -19,46 +19,34 @@ USAGE = f"""{KAIKLA}
 """
 
 
-@pytest.mark.parametrize(
-    "options, complaint",
-    [
-        ("-s", ""),
-        ("-d", ""),
-        ("-l 5 -L FILE -d", ""),
-        ("-x", "invalid option -- 'x'"),
-        ("-l", "option requires an argument -- 'l'"),
-        ("-L", "option requires an argument -- 'L'"),
-        ("--help", "unrecognized option '--help'"),
-    ],
-)
-def test_anything_but_the_two_options_gives_the_usage_and_status_1(options, complaint, tmp_path):
+COMPLAINTS = {
+    "-s": "",
+    "-d": "",
+    "-l 5 -L FILE -d": "",
+    "-x": "invalid option -- 'x'",
+    "-l": "option requires an argument -- 'l'",
+    "-L": "option requires an argument -- 'L'",
+    # Each of its letters is looked at as an option.
+    "--help": "invalid option -- '-'",
+}
+# What is written: errors, warnings, information, debug lines, and the wordiest.
+LEVELS = {"": "EWI", "positional": "EWI", "-l 2": "E", "-l 12x": "EW", "-l 6": "EWID",
+          "-l 15": "EWIDV", "-l -1": "EWIDV", "-l 6 -l 3": "EW", "-l 8": "", "-l 9": "",
+          "-l abc": ""}  # fmt: skip
+
+
+@pytest.mark.parametrize("options", COMPLAINTS)
+def test_anything_but_the_two_options_gives_the_usage_and_status_1(options, tmp_path):
     file = tmp_path / "log"
     ended = run("kaikla", *shlex.split(options.replace("FILE", str(file))))
-    if options == "--help":
-        # Each of its letters is looked at as an option.
-        complaint = "invalid option -- '-'"
-    expected = f"{KAIKLA}: {complaint}\n" if complaint else ""
-    assert (ended.returncode, ended.stdout, ended.stderr) == (1, "", expected + USAGE)
+    complaint = COMPLAINTS[options] and f"{KAIKLA}: {COMPLAINTS[options]}\n"
+    assert (ended.returncode, ended.stdout, ended.stderr) == (1, "", complaint + USAGE)
     assert not file.exists()
 
 
-@pytest.mark.parametrize(
-    "options, levels",
-    [
-        ("", "EWI"),
-        ("positional", "EWI"),
-        ("-l 2", "E"),
-        ("-l 12x", "EW"),
-        ("-l 6", "EWID"),
-        ("-l 15", "EWIDV"),
-        ("-l -1", "EWIDV"),
-        ("-l 6 -l 3", "EW"),
-        ("-l 8", ""),
-        ("-l 9", ""),
-        ("-l abc", ""),
-    ],
-)
-def test_the_low_three_bits_of_the_level_decide_what_is_written(device, options, levels):
+@pytest.mark.parametrize("options", LEVELS)
+def test_the_low_three_bits_of_the_level_decide_what_is_written(device, options):
+    levels = LEVELS[options]
     with Service(*(shlex.split(options) or ["--"])) as service:
         device.wait_subscribed()
         service.request(4)
@@ -168,9 +156,10 @@ def queue_full(device, service):
         device.send(SESSION, 1003, {"id": 1, "device_id": "dev"})
 
 
-@pytest.mark.parametrize(
-    "moment", [just_ready, flood, asking_the_node, consumer_reading, queue_full]
-)
+MOMENTS = [just_ready, flood, asking_the_node, consumer_reading, queue_full]
+
+
+@pytest.mark.parametrize("moment", MOMENTS)
 def test_a_stop_at_any_moment_ends_in_time_with_status_0(device, moment, full, record_property):
     longest = 0.0
     times = 100 if full else 4
@@ -182,11 +171,15 @@ def test_a_stop_at_any_moment_ends_in_time_with_status_0(device, moment, full, r
             assert service.stop() == 0
             longest = max(longest, time.monotonic() - started)
         device.wait_subscribed(False)
-    assert longest < 1 or INSTRUMENTED
+    # A second, and what a busy machine adds.
+    assert longest < 1.5 or INSTRUMENTED
     record_property(f"stop, {moment.__name__}: longest of {times}", f"{longest * 1000:.0f} ms")
 
 
 def test_one_consumer_too_many_is_refused_and_everything_else_goes_on(device, service):
+    def device_id():
+        return service.document()["device_id"]
+
     consumer = service.consumer()
     results = [service.add(f"tcp://127.0.0.1:{20_000 + number}") for number in range(1030)]
     # What the library gives, but for the service's own.
@@ -198,11 +191,11 @@ def test_one_consumer_too_many_is_refused_and_everything_else_goes_on(device, se
         device.node.close()
         device.send(SESSION, 1003, {"id": 2, "nmos_id": identity})
         service.wait_line(f"session 2 - NMOS {identity}")
-        assert service.document()["device_id"] == ""
+        assert device_id() == ""
         device.node.answer(identity)
         device.node.open()
-        device.send(SESSION, 1003, {"id": 3})
-        wait_until(lambda: service.document()["device_id"] == identity, "the node's answer")
+        service.learn_device_id(consumer.address)
+        assert device_id() == identity
 
 
 @pytest.mark.skipif(INSTRUMENTED, reason="the sanitizers need descriptors")
