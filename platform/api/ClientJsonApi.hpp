@@ -17,8 +17,7 @@ public:
     ClientJsonApi(ClientJsonApi&&) = delete;
     ClientJsonApi& operator=(ClientJsonApi&&) = delete;
 
-    /// Prepares the request socket. The first request connects it, and so does the next one after a
-    /// failure. Returns 0, or -103 when the socket cannot be created. `context` must outlive this
+    /// Connects to the service, which may be absent. Returns 0 or -103. `context` must outlive this
     /// object.
     int init(zmq::context_t& context);
 

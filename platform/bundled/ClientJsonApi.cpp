@@ -36,11 +36,12 @@ struct ClientJsonApi::Impl {
     milliseconds answerTimeout;
     /// Kept for life, so that consumers cannot use up the socket that requests need.
     std::optional<zmq::socket_t> socket;
-    /// The connection has been made and nothing has failed since.
-    bool trusted = false;
     JsonDecoder decoder;
 
-    bool isConnected() const { return (socket->get(zmq::sockopt::events) & ZMQ_POLLOUT) != 0; }
+    bool isConnected() const {
+        return (whole_message::uninterrupted([this] { return socket->get(zmq::sockopt::events); }) &
+                ZMQ_POLLOUT) != 0;
+    }
 
     /// Waits for one of `events`, at most for `limit`, less when a stop is requested or, while an
     /// answer is awaited, the service goes away.
@@ -51,41 +52,39 @@ struct ClientJsonApi::Impl {
         while (!ProcessBasics::stopRequested()) {
             const auto left =
                 std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
-            if (left.count() <= 0 || (events == ZMQ_POLLIN && !isConnected())) {
-                break;
-            }
-            if (zmq_poll(&item, 1, static_cast<long>(std::min(left, kLookForService).count())) >
-                0) {
+            const auto step = std::clamp(left, milliseconds(0), kLookForService);
+            if (zmq_poll(&item, 1, static_cast<long>(step.count())) > 0) {
                 return true;
+            }
+            if (left.count() <= 0 || (events == ZMQ_POLLIN && !isConnected())) {
+                return false;
             }
         }
         return false;
     }
 
-    bool connect() {
-        if (trusted && isConnected()) {
-            return true;
-        }
-        disconnect();
-        socket->connect(endpoint);
-        trusted = waitFor(ZMQ_POLLOUT, kConnectLimit);
-        return trusted;
-    }
-
-    /// Ends the connection. The library does so in the background, and a request handed to it
-    /// meanwhile would be lost.
-    void disconnect() {
-        trusted = false;
+    /// Ends the connection and makes a new one. The library ends it in the background, and a
+    /// request handed to it meanwhile would be lost.
+    void connectAnew() {
         try {
             socket->disconnect(endpoint);
         } catch (const zmq::error_t&) {
-            // There is none, or the library has given it up by itself.
+            // The library has given it up by itself.
         }
         constexpr long kLookAgainMs = 1;
         const auto end = std::chrono::steady_clock::now() + kDisconnectLimit;
         while (isConnected() && std::chrono::steady_clock::now() < end) {
             (void)zmq_poll(nullptr, 0, kLookAgainMs);
         }
+        socket->connect(endpoint);
+    }
+
+    bool connect() {
+        if (isConnected()) {
+            return true;
+        }
+        connectAnew();
+        return waitFor(ZMQ_POLLOUT, kConnectLimit);
     }
 
     int fail(int code, const std::string& reason) const {
@@ -113,6 +112,7 @@ int ClientJsonApi::init(zmq::context_t& context) {
         impl->socket->set(zmq::sockopt::immediate, true);
         // A request that was not answered does not stand in the way of the next one.
         impl->socket->set(zmq::sockopt::req_relaxed, true);
+        impl->socket->connect(impl->endpoint);
     } catch (const zmq::error_t& error) {
         return impl->fail(platform_protocol::kErrorSocket, error.what());
     }
@@ -126,27 +126,28 @@ int ClientJsonApi::request(unsigned commandId, const char* commandName, Json::Va
     IpcMsg message;
     message.commandId = commandId;
     message.commandName = commandName;
-    int code = 0;
     try {
-        code = impl->exchange(message, reply);
+        if (!impl->connect()) {
+            return impl->failToReach("not connected");
+        }
+        const int code = impl->exchange(message, reply);
+        if (code < 0) {
+            // The answer may still come. Over a new connection the next request cannot take it for
+            // its own.
+            impl->connectAnew();
+        }
+        return code;
     } catch (const zmq::error_t& error) {
-        code = impl->fail(platform_protocol::kErrorUnreachable, error.what());
+        return impl->failToReach(error.what());
     }
-    if (code < 0) {
-        // The answer may still come. Over a new connection the next request cannot take it for its
-        // own.
-        impl->disconnect();
-    }
-    return code;
 }
 
 int ClientJsonApi::Impl::exchange(const IpcMsg& message, Json::Value& reply) {
-    if (!connect()) {
-        return failToReach("not connected");
-    }
     Json::Value json;
     message.Serialize(json);
-    if (!socket->send(zmq::buffer(toCompactJson(json)), zmq::send_flags::dontwait)) {
+    const std::string text = toCompactJson(json);
+    if (!whole_message::uninterrupted(
+            [&] { return socket->send(zmq::buffer(text), zmq::send_flags::dontwait); })) {
         return failToReach("not connected");
     }
     if (!waitFor(ZMQ_POLLIN, answerTimeout)) {
