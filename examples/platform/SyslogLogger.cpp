@@ -66,4 +66,4 @@ void Logger::log(logDebugLevel_t level, const char* format, ...) {
 
 // Nothing is kept back, so nothing is left to write.
 void Logger::flush() {}
-void Logger::writeRemainderFromSignal() {}
+void Logger::writeAtOnce() noexcept {}

@@ -5,9 +5,10 @@
 /// The process's log.
 ///
 /// One line an entry: time (ISO 8601, UTC, milliseconds), level, process name and text, as in
-/// "2026-03-01T12:00:00.123Z INF kaikla: text". Control characters in a text are escaped, so that a
-/// text never breaks a line. Lines are gathered in memory: flush() makes them visible, an error
-/// does so at once, and so does a full buffer. One thread uses it.
+/// "2026-03-01T12:00:00.123Z INF kaikla: text". Texts hold what strangers sent: bytes that are not
+/// UTF-8 and characters that break a line or turn its order are escaped. Lines are gathered in
+/// memory: flush() makes them visible, and so does an error or a full buffer. Writing waits for a
+/// reader of standard error, or of a FIFO, that does not read. One thread uses it.
 class Logger {
 public:
     /// Lower is more urgent; the numbers are those of the command line's -l.
@@ -45,7 +46,7 @@ public:
     /// Makes every line visible. Called when the process is about to wait.
     static void flush();
 
-    /// Async-signal-safe: writes what has been gathered, as far as that takes no waiting. For the
-    /// last moment before the process is ended from a signal handler.
-    static void writeRemainderFromSignal();
+    /// From now on each line is visible at once, because the process may end at any moment.
+    /// Async-signal-safe.
+    static void writeAtOnce() noexcept;
 };

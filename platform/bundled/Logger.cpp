@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -20,7 +21,8 @@
 
 namespace {
 
-constexpr std::size_t kBufferBytes = std::size_t{64} * 1024;
+/// With this much gathered the lines are written.
+constexpr std::size_t kGatheredBytes = std::size_t{64} * 1024;
 /// A text beyond this many bytes is cut.
 constexpr std::size_t kMaxTextBytes = 4096;
 /// Each byte of a text may become four when it is escaped.
@@ -35,33 +37,22 @@ struct LogState {
     RotatingFile file;
     /// The file has failed, and standard error has been told so.
     bool fileInTrouble = false;
-    /// What stands between the time and the text, for each level: " INF kaikla: ".
-    std::array<std::string, Logger::kLevelMask + 1> levelHeads;
-    /// The moment that `timeText` shows: most lines under load repeat the one before.
+    std::string processName;
+    /// The second that `secondText` shows; most lines share it with the one before.
     std::time_t second = -1;
-    long millisecond = -1;
-    std::array<char, sizeof("2026-03-01T12:00:00.000Z")> timeText{};
+    std::array<char, sizeof("2026-03-01T12:00:00")> secondText{};
+    /// Has room for what it may hold, so that logging takes no memory.
+    std::string gathered;
 };
 
-// The buffer is plain memory beside the state: the last lines are written from a signal handler.
-std::array<char, kBufferBytes> buffer;
-volatile std::size_t buffered = 0;
-volatile int fileDescriptorForSignal = -1;
+/// Set from a signal handler.
+std::atomic<bool> atOnce{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
 
 LogState& logState() {
     // Never destroyed: destructors of other static objects may still log.
     static auto* const state = new LogState;
     return *state;
-}
-
-void makeLevelHeads(LogState& state, const std::string& processName) {
-    // The names that the usage text gives; nothing is logged at levels 0 and 1.
-    constexpr std::array<const char*, Logger::kLevelMask + 1> kNames = {
-        "0", "1", "ERR", "WRN", "NTF", "INF", "DBG", "VERBOSE"};
-    std::transform(kNames.begin(), kNames.end(), state.levelHeads.begin(),
-                   [&processName](const char* name) {
-                       return std::string(" ") + name + " " + processName + ": ";
-                   });
 }
 
 /// Standard input, output and error must not be handed out as sockets, or log lines would go there.
@@ -92,123 +83,118 @@ void writeToStandardError(std::string_view lines) {
     }
 }
 
-/// Brings `timeText` up to now.
-void updateTime(LogState& state) {
+/// Appends time, level and process name.
+void appendHead(LogState& state, int level) {
+    // The names that the usage text gives; nothing is logged at levels 0 and 1.
+    constexpr std::array<const char*, Logger::kLevelMask + 1> kNames = {
+        "0", "1", "ERR", "WRN", "NTF", "INF", "DBG", "VERBOSE"};
     constexpr long kNanosecondsInMillisecond = 1'000'000;
-    constexpr unsigned kMillisecondsInSecond = 1000;
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
-    const long millisecond = now.tv_nsec / kNanosecondsInMillisecond;
-    if (now.tv_sec == state.second && millisecond == state.millisecond) {
-        return;
-    }
-    char* const text = state.timeText.data();
-    constexpr std::size_t kSecondLength = sizeof("2026-03-01T12:00:00") - 1;
     if (now.tv_sec != state.second) {
+        state.second = now.tv_sec;
         tm utc{};
         ::gmtime_r(&now.tv_sec, &utc);
-        (void)std::strftime(text, state.timeText.size(), "%Y-%m-%dT%H:%M:%S", &utc);
+        (void)std::strftime(state.secondText.data(), state.secondText.size(), "%Y-%m-%dT%H:%M:%S",
+                            &utc);
     }
-    (void)std::snprintf(text + kSecondLength, state.timeText.size() - kSecondLength, ".%03uZ",
-                        static_cast<unsigned>(millisecond) % kMillisecondsInSecond);
-    state.second = now.tv_sec;
-    state.millisecond = millisecond;
+    std::array<char, 2 * kMaxNameBytes> head;
+    const int length =
+        std::snprintf(head.data(), head.size(), "%s.%03ldZ %s %s: ", state.secondText.data(),
+                      now.tv_nsec / kNanosecondsInMillisecond, kNames[static_cast<unsigned>(level)],
+                      state.processName.c_str());
+    state.gathered.append(head.data(), static_cast<std::size_t>(length));
 }
 
-/// Writes time, level and process name; returns the bytes written.
-std::size_t formatHead(LogState& state, int level, char* line) {
-    updateTime(state);
-    const std::size_t timeLength = state.timeText.size() - 1;
-    const std::string& levelHead = state.levelHeads[static_cast<unsigned>(level)];
-    std::copy_n(state.timeText.data(), timeLength, line);
-    std::copy_n(levelHead.data(), levelHead.size(), line + timeLength);
-    return timeLength + levelHead.size();
-}
+struct Character {
+    char32_t code;
+    std::size_t bytes;
+};
 
-bool isControl(char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    constexpr unsigned char kFirstPrintable = 0x20;
-    constexpr unsigned char kDelete = 0x7f;
-    return byte < kFirstPrintable || byte == kDelete;
-}
-
-/// In UTF-8 the control characters from U+0080 to U+009F, "next line" among them, begin with this.
-constexpr char kC1Lead = '\xc2';
-
-bool isC1Control(char lead, char next) {
-    constexpr unsigned char kFirst = 0x80;
-    constexpr unsigned char kLast = 0x9f;
-    const auto byte = static_cast<unsigned char>(next);
-    return lead == kC1Lead && byte >= kFirst && byte <= kLast;
-}
-
-/// Whether one of `length` characters may have to be escaped. They are looked at in blocks, which
-/// compiles to a fraction of what a look at each would; the block behind the text must be writable.
-bool mayHoldControl(char* text, std::size_t length) {
-    constexpr std::size_t kBlock = 16;
-    std::memset(text + length, ' ', kBlock);
-    unsigned char found = 0;
-    for (std::size_t at = 0; at < length; at += kBlock) {
-        for (std::size_t i = 0; i < kBlock; ++i) {
-            const char c = text[at + i];
-            found |= static_cast<unsigned char>(isControl(c));
-            found |= static_cast<unsigned char>(c == kC1Lead);
+/// The character that `text` begins with; of no bytes when that is not UTF-8.
+Character firstOf(std::string_view text) {
+    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    if (byte(0) < 0x80) {
+        return {byte(0), 1};
+    }
+    const std::size_t bytes = byte(0) >= 0xf0 ? 4 : byte(0) >= 0xe0 ? 3 : 2;
+    if (byte(0) < 0xc2 || byte(0) > 0xf4 || text.size() < bytes) {
+        return {0, 0};
+    }
+    char32_t code = byte(0) & (0x7fU >> bytes);
+    for (std::size_t i = 1; i < bytes; ++i) {
+        if ((byte(i) & 0xc0U) != 0x80) {
+            return {0, 0};
         }
+        code = code << 6U | (byte(i) & 0x3fU);
     }
-    return found != 0;
+    const bool tooLong = (bytes == 3 && code < 0x800) || (bytes == 4 && code < 0x10000);
+    const bool surrogate = code >= 0xd800 && code <= 0xdfff;
+    return tooLong || surrogate || code > 0x10ffff ? Character{0, 0} : Character{code, bytes};
 }
 
-/// Appends `text` to `line` with every control character escaped; returns the bytes appended.
-std::size_t escapeInto(char* line, std::string_view text) {
+/// Whether a character can break a line, move the cursor or turn the order in which it is shown.
+bool isHarmful(char32_t code) {
+    const auto isWithin = [code](char32_t first, char32_t last) {
+        return code >= first && code <= last;
+    };
+    return isWithin(0x00, 0x1f) || isWithin(0x7f, 0x9f) || code == 0x61c ||
+           isWithin(0x200e, 0x200f) || isWithin(0x2028, 0x202e) || isWithin(0x2066, 0x2069);
+}
+
+void appendEscaped(std::string& line, char c) {
     constexpr const char* kHex = "0123456789abcdef";
-    char* end = line;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        const bool partOfC1 = (i + 1 < text.size() && isC1Control(c, text[i + 1])) ||
-                              (i > 0 && isC1Control(text[i - 1], c));
-        if (!isControl(c) && !partOfC1) {
-            *end++ = c;
-            continue;
-        }
-        *end++ = '\\';
-        switch (c) {
-        case '\n':
-            *end++ = 'n';
-            break;
-        case '\r':
-            *end++ = 'r';
-            break;
-        case '\t':
-            *end++ = 't';
-            break;
-        default:
-            *end++ = 'x';
-            *end++ = kHex[static_cast<unsigned char>(c) >> 4U];
-            *end++ = kHex[static_cast<unsigned char>(c) & 0xfU];
-        }
+    line += '\\';
+    switch (c) {
+    case '\n':
+        line += 'n';
+        break;
+    case '\r':
+        line += 'r';
+        break;
+    case '\t':
+        line += 't';
+        break;
+    default:
+        line += 'x';
+        line += kHex[static_cast<unsigned char>(c) >> 4U];
+        line += kHex[static_cast<unsigned char>(c) & 0xfU];
     }
-    return static_cast<std::size_t>(end - line);
+}
+
+/// Appends `text` with everything escaped that is no UTF-8 or harmful.
+void appendText(std::string& line, std::string_view text) {
+    const auto isPlain = [](char c) { return c >= ' ' && c <= '~'; };
+    while (!text.empty()) {
+        const auto plain = static_cast<std::size_t>(
+            std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+        line += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            return;
+        }
+        const Character first = firstOf(text);
+        const std::string_view bytes = text.substr(0, std::max<std::size_t>(first.bytes, 1));
+        if (first.bytes > 0 && !isHarmful(first.code)) {
+            line += bytes;
+        } else {
+            for (const char c : bytes) {
+                appendEscaped(line, c);
+            }
+        }
+        text.remove_prefix(bytes.size());
+    }
 }
 
 void appendLine(int level, const char* format, va_list arguments) {
-    if (kBufferBytes - buffered < kMaxLineBytes) {
-        Logger::flush();
-    }
-    char* const line = buffer.data() + buffered;
-    std::size_t length = formatHead(logState(), level, line);
-    char* const text = line + length;
-    const int wanted = std::vsnprintf(text, kMaxTextBytes, format, arguments);
-    const std::size_t textLength =
-        wanted < 0 ? 0 : std::min(static_cast<std::size_t>(wanted), kMaxTextBytes - 1);
-    if (!mayHoldControl(text, textLength)) {
-        length += textLength;
-    } else {
-        std::array<char, kMaxTextBytes> plain;
-        std::memcpy(plain.data(), text, textLength);
-        length += escapeInto(text, {plain.data(), textLength});
-    }
-    line[length++] = '\n';
-    buffered = buffered + length;
+    std::array<char, kMaxTextBytes> text;
+    const int wanted = std::vsnprintf(text.data(), text.size(), format, arguments);
+    const std::size_t length =
+        wanted < 0 ? 0 : std::min(static_cast<std::size_t>(wanted), text.size() - 1);
+    LogState& state = logState();
+    appendHead(state, level);
+    appendText(state.gathered, {text.data(), length});
+    state.gathered += '\n';
 }
 
 /// One line that the level does not hold back.
@@ -243,14 +229,14 @@ int Logger::createLogger(unsigned int flags, std::string fileName, std::string p
     state.toStandardError = (flags & kToStandardError) != 0;
     state.toFile = (flags & kToFile) != 0;
     processName.resize(std::min(processName.size(), kMaxNameBytes));
-    makeLevelHeads(state, processName);
+    state.processName = std::move(processName);
+    state.gathered.reserve(kGatheredBytes + kMaxLineBytes);
     state.fileInTrouble = false;
     std::atexit([] { Logger::flush(); });
     if (!state.toFile) {
         return 0;
     }
     const int error = state.file.open(std::move(fileName));
-    fileDescriptorForSignal = state.file.fileDescriptor();
     if (error != 0) {
         state.toFile = false;
         logAlways("log file %s cannot be opened: %s; going on without it",
@@ -269,60 +255,34 @@ void Logger::log(logDebugLevel_t level, const char* format, ...) {
     va_start(arguments, format);
     appendLine(level, format, arguments);
     va_end(arguments);
-    if (level <= LOG_LEVEL_ERR) {
+    if (level <= LOG_LEVEL_ERR || atOnce || logState().gathered.size() >= kGatheredBytes) {
         flush();
     }
 }
 
 void Logger::flush() {
-    if (buffered == 0) {
+    LogState& state = logState();
+    if (state.gathered.empty()) {
         return;
     }
-    LogState& state = logState();
-    int error = 0;
-    if (state.toFile) {
-        error = state.file.append({buffer.data(), buffered});
-        fileDescriptorForSignal = state.file.fileDescriptor();
-    }
+    const int error = state.toFile ? state.file.append(state.gathered) : 0;
     if (state.toStandardError) {
-        writeToStandardError({buffer.data(), buffered});
+        writeToStandardError(state.gathered);
     }
-    buffered = 0;
-    if (state.toFile) {
-        noteFileOutcome(state, error);
-        if (buffered != 0) {
-            // What there is to say about the file goes to standard error, and to the file if it
-            // takes lines again.
-            if (error == 0) {
-                (void)state.file.append({buffer.data(), buffered});
-            }
-            writeToStandardError({buffer.data(), buffered});
-            buffered = 0;
-        }
+    state.gathered.clear();
+    if (!state.toFile) {
+        return;
     }
+    // What there is to say about the file goes to standard error, and to the file if it takes lines
+    // again.
+    noteFileOutcome(state, error);
+    if (error == 0) {
+        (void)state.file.append(state.gathered);
+    }
+    writeToStandardError(state.gathered);
+    state.gathered.clear();
 }
 
-void Logger::writeRemainderFromSignal() {
-    const std::size_t size = buffered;
-    const auto writeWithoutWaiting = [size](int descriptor) {
-        // A pipe that is ready takes this many bytes without waiting.
-        constexpr std::size_t kAtOnce = 4096;
-        for (std::size_t done = 0; done < size;) {
-            pollfd item{descriptor, POLLOUT, 0};
-            if (::poll(&item, 1, 0) != 1 || (item.revents & POLLOUT) == 0) {
-                return;
-            }
-            const ssize_t written =
-                ::write(descriptor, buffer.data() + done, std::min(kAtOnce, size - done));
-            if (written <= 0) {
-                return;
-            }
-            done += static_cast<std::size_t>(written);
-        }
-    };
-    if (fileDescriptorForSignal >= 0) {
-        writeWithoutWaiting(fileDescriptorForSignal);
-    }
-    writeWithoutWaiting(STDERR_FILENO);
-    buffered = 0;
+void Logger::writeAtOnce() noexcept {
+    atOnce = true;
 }

@@ -1,7 +1,6 @@
 #include "platform/bundled/RotatingFile.hpp"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,14 +23,14 @@ int RotatingFile::open(std::string fileName) {
 int RotatingFile::reopen() {
     close();
     constexpr mode_t kReadableByAll = 0644;
-    // Non-blocking for FIFOs and devices alone: neither a missing reader nor one that has stalled
-    // may hold up whoever logs.
+    // A FIFO that nobody reads must not hold up the start; only writing waits for a reader.
     descriptor =
         ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
                kReadableByAll);
     if (descriptor < 0) {
         return errno;
     }
+    (void)::fcntl(descriptor, F_SETFL, O_APPEND);
     struct stat status {};
     if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
         std::error_code unresolved;
@@ -61,16 +60,7 @@ int RotatingFile::rotate() {
             return reopen();
         }
     }
-    torn = false;
     return reopen();
-}
-
-bool RotatingFile::waitForRoom() {
-    if (std::exchange(full, true)) {
-        return false;
-    }
-    pollfd item{descriptor, POLLOUT, 0};
-    return ::poll(&item, 1, kRoomTimeoutMs) == 1;
 }
 
 void RotatingFile::close() {
@@ -93,24 +83,15 @@ int RotatingFile::append(std::string_view lines) {
             return error;
         }
     }
-    if (torn && ::write(descriptor, "\n", 1) == 1) {
-        torn = false;
-        ++bytes;
-    }
     while (!lines.empty()) {
         const ssize_t written = ::write(descriptor, lines.data(), lines.size());
-        if (written < 0) {
-            const int error = errno;
-            if (error == EINTR || (error == EAGAIN && waitForRoom())) {
-                continue;
-            }
-            return error;
+        if (written < 0 && errno != EINTR) {
+            return errno;
         }
-        full = false;
-        const auto count = static_cast<std::size_t>(written);
-        torn = count > 0 && lines[count - 1] != '\n';
-        bytes += count;
-        lines.remove_prefix(count);
+        if (written > 0) {
+            bytes += static_cast<std::size_t>(written);
+            lines.remove_prefix(static_cast<std::size_t>(written));
+        }
     }
     return 0;
 }

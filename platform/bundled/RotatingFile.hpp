@@ -7,15 +7,12 @@
 /// A log file that is appended to and bounded in size: FILE is renamed to FILE.1, FILE.1 to FILE.2
 /// and so on before it grows beyond the limit, and what was FILE.3 goes. Where FILE is a symbolic
 /// link to a file, it is the link's target that is bounded and renamed, and the link stays. What is
-/// no regular file (a device, a FIFO) is written to without a bound and never renamed; a FIFO needs
-/// a reader to be opened. Not copied, one thread.
+/// no regular file (a device, a FIFO) is written to without a bound and never renamed. Not copied,
+/// one thread.
 class RotatingFile {
 public:
     static constexpr std::size_t kMaxBytes = std::size_t{4} * 1024 * 1024;
     static constexpr int kOldFiles = 3;
-    /// How long a FIFO or a device that is full is waited for. Until it takes something again, it
-    /// is not waited for once more.
-    static constexpr int kRoomTimeoutMs = 100;
 
     RotatingFile() = default;
     ~RotatingFile();
@@ -28,18 +25,15 @@ public:
     /// a FIFO that nobody reads.
     int open(std::string fileName);
 
-    /// Appends whole lines. Returns 0 or an errno value; lines that could not be written are lost,
-    /// and the file is opened again at a later call.
+    /// Appends whole lines, waiting for a FIFO that is full. Returns 0 or an errno value; lines
+    /// that could not be written are lost, and the file is opened again at a later call.
     int append(std::string_view lines);
 
-    /// The open file's descriptor, -1 when there is none.
-    int fileDescriptor() const { return descriptor; }
     const std::string& fileName() const { return name; }
 
 private:
     int reopen();
     int rotate();
-    bool waitForRoom();
     void close();
 
     std::string name;
@@ -49,8 +43,4 @@ private:
     std::size_t bytes = 0;
     /// It is a regular file.
     bool bounded = false;
-    /// The last write ended inside a line.
-    bool torn = false;
-    /// It was full, and has taken nothing since.
-    bool full = false;
 };

@@ -14,7 +14,7 @@
 namespace {
 
 constexpr std::int64_t kNever = INT64_MAX;
-/// Short, because each consumer with a full queue holds up the thread until the next tick.
+/// Short, because each send to a consumer with a full queue blocks until the next tick.
 constexpr long kTickNs = 1'000'000;
 constexpr std::int64_t kSecondNs = 1'000'000'000;
 
@@ -33,7 +33,6 @@ std::int64_t nowNs() {
 
 extern "C" void onTick(int) {
     if (nowNs() >= endNs) {
-        Logger::writeRemainderFromSignal();
         ::_exit(status);
     }
 }
@@ -67,6 +66,7 @@ void StopDeadline::arm(int exitStatus, std::chrono::milliseconds limit) noexcept
         return;
     }
     status = exitStatus;
+    Logger::writeAtOnce();
     bringForward(limit);
     itimerspec every{};
     every.it_interval.tv_nsec = kTickNs;

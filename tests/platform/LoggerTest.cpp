@@ -66,6 +66,13 @@ TEST_F(LoggerTest, LineHoldsUtcTimeLevelProcessNameAndTheEscapedText) {
         // Characters of several bytes stay, C1 control characters do not.
         {"\xc3\xa9 \xe2\x82\xac \xf0\x9f\x8e\xa7", "\xc3\xa9 \xe2\x82\xac \xf0\x9f\x8e\xa7"},
         {"\xc2\x85\xc2\x9f\xc2\xa0", "\\xc2\\x85\\xc2\\x9f\xc2\xa0"},
+        // What breaks a line or turns its order in a viewer.
+        {"\u061c\u200e\u2028\u202e\u2069\u2070",
+         R"(\xd8\x9c\xe2\x80\x8e\xe2\x80\xa8\xe2\x80\xae\xe2\x81\xa9)"
+         "\u2070"},
+        // No UTF-8: stray, cut, too long, a surrogate, beyond the last character.
+        {"\x80\xc3(\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xe2\x82",
+         R"(\x80\xc3(\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xe2\x82)"},
     };
     for (const auto& text : texts) {
         Logger::log(Logger::LOG_LEVEL_ERR, "%s", text[0].c_str());
