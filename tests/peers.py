@@ -13,6 +13,7 @@ Program paths, the launcher and the slowness come from the environment; see conf
 """
 
 import contextlib
+import functools
 import itertools
 import json
 import os
@@ -271,9 +272,7 @@ class Service(Process):
 
     def learn_device_id(self, address):
         """Registers the address until the NMOS node has been reached, on a busy machine too."""
-        wait_until(
-            lambda: self.document()["device_id"] or self.add(address), "the device's id"
-        )
+        wait_until(lambda: self.document()["device_id"] or self.add(address), "the device's id")
 
 
 class Consumer:
@@ -375,22 +374,19 @@ class Device:
         self._sockets.pop(name).close()
         self._topics[name].clear()
 
-    def _note_topics(self, name, wait_ms=0):
-        while self._sockets[name].poll(wait_ms):
+    def _note_topics(self, name):
+        while self._sockets[name].poll(0):
             change = self._sockets[name].recv()
             (self._topics[name].add if change[0] else self._topics[name].discard)(change[1:])
-            wait_ms = 0
-
-    def subscribed(self):
-        """{service: topics} of what is subscribed to now."""
-        for name in self._sockets:
-            self._note_topics(name)
-        return {name: sorted(map(int, self._topics[name])) for name in self._sockets}
 
     def wait_subscribed(self, wanted=True):
         """Waits until kaikla has subscribed to everything; wanted=False: until it has gone."""
-        all_of_it = {name: list(KINDS[name]) if wanted else [] for name in self._sockets}
-        wait_until(lambda: self.subscribed() == all_of_it, "the subscriptions")
+
+        def reached(name):
+            self._note_topics(name)
+            return self._topics[name] == {b"%d" % kind for kind in KINDS[name] if wanted}
+
+        wait_until(lambda: all(map(reached, self._sockets)), "the subscriptions")
 
     def send(self, name, kind, payload):
         """Sends one notification, once kaikla has subscribed to its kind if it ever does."""
@@ -398,12 +394,13 @@ class Device:
         self.send_frames(name, b"%d" % kind, json.dumps(message).encode())
 
     def send_frames(self, name, topic, *frames):
-        self._note_topics(name)
-        end = time.monotonic() + TIMEOUT
         wanted = {b"%d" % kind for kind in KINDS[name]} & {topic}
-        while not wanted <= self._topics[name]:
-            assert time.monotonic() < end, f"nobody subscribes to {topic} of the {name}"
-            self._note_topics(name, wait_ms=100)
+
+        def subscribed():
+            self._note_topics(name)
+            return wanted <= self._topics[name]
+
+        wait_until(subscribed, f"a subscription to {topic} of the {name}")
         self._sockets[name].send_multipart([topic, *frames])
 
 
@@ -432,11 +429,9 @@ class Node:
         print(json.dumps(what), file=Node._process.stdin, flush=True)
         return json.loads(Node._process.stdout.readline())
 
-    def open(self):
-        self._ask("open")
-
-    def close(self):
-        self._ask("close")
+    open = functools.partialmethod(_ask, "open")
+    close = functools.partialmethod(_ask, "close")
+    requests = functools.partialmethod(_ask, "requests")
 
     def answer(self, reply, delay=0.0):
         self.script([(reply, delay)])
@@ -446,9 +441,6 @@ class Node:
 
     def reply(self, number, reply):
         self._ask("reply", number, _frames(reply))
-
-    def requests(self):
-        return self._ask("requests")
 
     def wait_requests(self, count):
         wait_until(lambda: len(self.requests()) >= count, f"{count} requests to the node")

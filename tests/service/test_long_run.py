@@ -155,46 +155,6 @@ def test_a_crowd_of_clients_is_answered(device, full, record_property):
                     f"refused, {len(visits)} connections without ZeroMQ")  # fmt: skip
 
 
-def test_consumers_that_vanish_stall_and_return_cost_nobody_else_a_message(
-    device, full, record_property
-):
-    rounds = 50 if full else 5
-    with Service("-l", "3") as service:
-        steady, stalling, vanishing = (service.consumer() for _ in range(3))
-        sent, lost = itertools.count(), 0
-
-        def send(count):
-            for number in itertools.islice(sent, count):
-                status = {"id": 1, "device_id": "dev", "nmos_id": str(number)}
-                device.send(SESSION, 1003, status)
-            return number
-
-        def read(consumer, last):
-            numbers = [-1]
-            while numbers[-1] != last:
-                numbers.append(int(json.loads(consumer.receive_text())["payload"]["nmos_id"]))
-            return numbers[1:]
-
-        seen = {steady: [], stalling: []}
-        for _ in range(rounds):
-            last = send(400)
-            read(vanishing, last)
-            seen[steady] += read(steady, last)
-            # One goes while messages are on their way, the other only stops reading.
-            send(50)
-            vanishing.close()
-            last = send(400)
-            seen[steady] += read(steady, last)
-            vanishing = Consumer(port=int(vanishing.address.rpartition(":")[2]))
-            back = read(vanishing, last)
-            assert back == list(range(back[0], last + 1))
-            lost += 450 - len(back)
-            seen[stalling] += read(stalling, last)
-        assert seen[steady] == seen[stalling] == list(range(last + 1))
-    record_property("consumers that vanish, stall and return", f"{rounds} rounds, {last + 1} "
-                    f"messages, {lost} lost with a connection, 0 else")  # fmt: skip
-
-
 def test_a_long_run_with_consumers_that_come_and_go(device, full, record_property):
     rng = random.Random(1)
     events = oracle.notifications(rng)
