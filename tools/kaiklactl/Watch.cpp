@@ -105,7 +105,7 @@ void Watch::enter(Phase next, std::optional<milliseconds> limit) {
 
 void Watch::connect() {
     connection.reset();
-    connection.emplace(context, service.endpoint);
+    connection = std::make_unique<client::ServiceConnection>(context, service.endpoint);
 }
 
 void Watch::wait() {

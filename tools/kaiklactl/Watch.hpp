@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -82,7 +83,7 @@ private:
     LineOutput output;
     client::ListeningConsumer consumer;
     const std::string address;
-    std::optional<client::ServiceConnection> connection;
+    std::unique_ptr<client::ServiceConnection> connection;
     StatusHistory history;
 
     Phase phase = Phase::connecting;
