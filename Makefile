@@ -2,9 +2,12 @@
 
 # A preset of CMakePresets.json, and how many jobs run at a time.
 PRESET ?= release
+BUILD = build$(patsubst %,-%,$(filter sanitize arm%,$(PRESET)))
 JOBS ?= $(shell nproc)
 # Where `make install` puts things; DESTDIR, if given, stands before it.
 PREFIX ?= /usr/local
+# The release of Debian for test-on and for packages of another architecture.
+RELEASE ?= $(shell sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
 
 CHECKED_SOURCES = git ls-files '*.cpp' '*.hpp'
 SHELL_SCRIPTS = grep -lE '^\#!.*[/ ](ba)?sh$$' $$(git ls-files)
@@ -16,7 +19,7 @@ SHELL := /bin/bash
 .DEFAULT_GOAL := build
 .PHONY: help setup setup-test setup-ci setup-package setup-bench setup-fuzz build demo test \
         sanitize valgrind torture fuzz bench format lint format-check shellcheck tidy package \
-        package-test install clean
+        package-test test-on cross-test install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' Makefile
@@ -32,7 +35,6 @@ demo: build ## Play a device's day: simulated device, service and one consumer
 	@tools/demo/demo build/bin
 
 # The tests in Python mostly wait, so that there are more of them at a time than processors.
-BUILD = $(if $(filter sanitize,$(PRESET)),build-sanitize,build)
 PYTEST = KAIKLA_BIN=$(BUILD)/bin PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m pytest
 PYTEST_WORKERS ?= 5
 
@@ -80,7 +82,7 @@ setup-bench:
 	@packaging/install-dependencies build bench
 
 setup-package:
-	@packaging/install-dependencies build test package
+	@packaging/install-dependencies build package
 
 format: setup-ci ## Lay out every source as .clang-format says
 	@$(CHECKED_SOURCES) | xargs clang-format -i
@@ -100,17 +102,33 @@ tidy: setup-ci
 	@run-clang-tidy -quiet -p build -j $(JOBS) >build/tidy.log 2>&1 || \
 	    { grep -vE '^(clang-tidy|[0-9]+ warnings? )' build/tidy.log; exit 1; }
 
-package: setup-package build ## Make the Debian package in dist/
+ifdef ARCH
+package:
+	@packaging/in-root $(RELEASE) $(ARCH) -- make package PRESET=$(ARCH) JOBS=$(JOBS)
+	@mkdir -p dist && cp build/roots/$(RELEASE)-$(ARCH)/kaikla/dist/*.deb dist/
+else
+package: setup-package build ## Make the Debian package in dist/, for arm64 with ARCH=arm64 (as root)
 	@rm -rf dist
-	@cpack --config build/CPackConfig.cmake -B dist
+	@cpack --config $(BUILD)/CPackConfig.cmake -B dist
 	@rm -rf dist/_CPack_Packages
+endif
 
-package-test: package ## Make the package and try it on a clean system (needs root)
+package-test: package ## Make the package and try it on a clean system (as root)
+	@packaging/install-dependencies test root package-test
 	@lintian --allow-root --fail-on error,warning dist/*.deb
-	@tests/package/check_package dist/*.deb || [ $$? -eq 77 ]
+	@tests/package/check_package dist/*_$$(dpkg --print-architecture).deb
+
+test-on: ## Run the tests on Debian RELEASE=trixie, in a directory of its own (as root)
+	@packaging/in-root $(RELEASE) -- make test JOBS=$(JOBS)
+
+# Architectures to try.
+CROSS ?= arm64 armhf
+cross-test: setup-test build ## Make the packages for ARM and try their programs under emulation (as root)
+	@for arch in $(CROSS); do $(MAKE) --no-print-directory package ARCH=$$arch || exit; done
+	@KAIKLA_SLOW=5 KAIKLA_ROOTS="$(CROSS:%=build/roots/$(RELEASE)-%)" $(PYTEST) tests/package/check_cross.py
 
 install: build ## Install under PREFIX (/usr/local), with DESTDIR before it
 	@cmake --install build --prefix $(PREFIX)
 
 clean: ## Remove what was built
-	@rm -rf build build-sanitize build-bench build-fuzz dist
+	@rm -rf build build-sanitize build-bench build-fuzz build-arm64 build-armhf dist
