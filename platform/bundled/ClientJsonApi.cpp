@@ -8,9 +8,17 @@
 #include "platform/records/JsonMember.hpp"
 #include "platform/records/JsonText.hpp"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <optional>
+#include <string>
 #include <utility>
 
 using std::chrono::milliseconds;
@@ -26,9 +34,29 @@ constexpr milliseconds kDisconnectLimit{200};
 /// How often a wait looks whether the service is still there.
 constexpr milliseconds kLookForService{20};
 
+/// Whether anything accepts a connection at `endpoint`, "tcp://" and a numeric address. The library
+/// does not tell: it tries again in silence. An absent service must cost no wait, or a flood of
+/// requests adds the waits up.
+bool somebodyListens(const std::string& endpoint) {
+    const std::size_t host = endpoint.find("//") + 2;
+    const std::size_t colon = endpoint.rfind(':');
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(std::stoul(endpoint.substr(colon + 1))));
+    ::inet_pton(AF_INET, endpoint.substr(host, colon - host).c_str(), &address.sin_addr);
+    const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    pollfd item{probe, POLLOUT, 0};
+    const int ready = ::poll(&item, 1, static_cast<int>(kConnectLimit.count()));
+    ::close(probe);
+    return ready == 1 && (item.revents & (POLLERR | POLLNVAL)) == 0;
+}
+
 } // namespace
 
 struct ClientJsonApi::Impl {
+    using Clock = std::chrono::steady_clock;
+
     Impl(const char* endpointToUse, int timeoutMs)
         : endpoint(endpointToUse), answerTimeout(timeoutMs) {}
 
@@ -48,10 +76,9 @@ struct ClientJsonApi::Impl {
     bool waitFor(short events, milliseconds limit) {
         Logger::flush();
         zmq_pollitem_t item{socket->handle(), -1, events, 0};
-        const auto end = std::chrono::steady_clock::now() + limit;
+        const auto end = Clock::now() + limit;
         while (!ProcessBasics::stopRequested()) {
-            const auto left =
-                std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
+            const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
             const auto step = std::clamp(left, milliseconds(0), kLookForService);
             if (zmq_poll(&item, 1, static_cast<long>(step.count())) > 0) {
                 return true;
@@ -72,8 +99,8 @@ struct ClientJsonApi::Impl {
             // The library has given it up by itself.
         }
         constexpr long kLookAgainMs = 1;
-        const auto end = std::chrono::steady_clock::now() + kDisconnectLimit;
-        while (isConnected() && std::chrono::steady_clock::now() < end) {
+        const auto end = Clock::now() + kDisconnectLimit;
+        while (isConnected() && Clock::now() < end) {
             (void)zmq_poll(nullptr, 0, kLookAgainMs);
         }
         socket->connect(endpoint);
@@ -82,6 +109,9 @@ struct ClientJsonApi::Impl {
     bool connect() {
         if (isConnected()) {
             return true;
+        }
+        if (!somebodyListens(endpoint)) {
+            return false;
         }
         connectAnew();
         return waitFor(ZMQ_POLLOUT, kConnectLimit);
@@ -169,7 +199,8 @@ int ClientJsonApi::Impl::readAnswer(Json::Value& reply) {
     try {
         const int result = json_member::signed32(json, "result");
         if (result < 0) {
-            return fail(result, "refused: " + json_member::text(json, "error"));
+            const Json::Value& sentence = json["error"];
+            return fail(result, "refused: " + (sentence.isString() ? sentence.asString() : ""));
         }
     } catch (const Json::Exception& error) {
         return fail(platform_protocol::kErrorMalformed,
