@@ -231,8 +231,12 @@ class Service(Process):
         self.client = Client()
         self.exchange, self.request = self.client.exchange, self.client.request
         self._seen = self._markers = 0
-        if wait:
-            self.request(3)
+        try:
+            if wait:
+                self.request(3)
+        except zmq.Again:
+            self.process.kill()
+            raise
 
     def __exit__(self, *failure):
         self.client.close()
