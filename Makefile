@@ -116,7 +116,7 @@ endif
 package-test: package ## Make the package and try it on a clean system (as root)
 	@packaging/install-dependencies test root package-test
 	@lintian --allow-root --fail-on error,warning dist/*.deb
-	@tests/package/check_package dist/*_$$(dpkg --print-architecture).deb
+	@KAIKLA_PACKAGE=$$(echo dist/*.deb) $(PYTEST) -q -n 0 tests/package/check_package.py
 
 test-on: ## Run the tests on Debian RELEASE=trixie, in a directory of its own (as root)
 	@packaging/in-root $(RELEASE) -- make test JOBS=$(JOBS)
@@ -125,7 +125,7 @@ test-on: ## Run the tests on Debian RELEASE=trixie, in a directory of its own (a
 CROSS ?= arm64 armhf
 cross-test: setup-test build ## Make the packages for ARM and try their programs under emulation (as root)
 	@for arch in $(CROSS); do $(MAKE) --no-print-directory package ARCH=$$arch || exit; done
-	@KAIKLA_SLOW=5 KAIKLA_ROOTS="$(CROSS:%=build/roots/$(RELEASE)-%)" $(PYTEST) tests/package/check_cross.py
+	@KAIKLA_SLOW=5 KAIKLA_ROOTS="$(CROSS:%=build/roots/$(RELEASE)-%)" $(PYTEST) -q -n 1 tests/package/check_cross.py
 
 install: build ## Install under PREFIX (/usr/local), with DESTDIR before it
 	@cmake --install build --prefix $(PREFIX)
