@@ -8,8 +8,18 @@
 
 namespace sim {
 
+/// What the program's exit status tells a script.
+enum class ExitStatus {
+    /// Also after a signal.
+    success = 0,
+    /// The scenario is refused, a port is taken, or a file cannot be read or written.
+    failed = 1,
+    /// The command line cannot be carried out as it stands.
+    usage = 2,
+};
+
 /// What the user wants.
-struct CommandLine {
+struct Options {
     /// The built-in day when not given.
     std::optional<std::string> scenarioFile;
     std::optional<std::string> deviceId;
@@ -18,8 +28,8 @@ struct CommandLine {
     std::optional<std::string> recordFile;
 };
 
-/// Reads the command line. Gives the exit status instead when there is nothing to be done: 0 after
-/// --help and --version, 2 after a sentence about what is wrong.
-std::variant<CommandLine, int> readCommandLine(int argc, const char* const* argv);
+/// Reads the command line. Gives the exit status instead when there is nothing to be done: success
+/// after --help and --version, usage after a sentence about what is wrong.
+std::variant<Options, ExitStatus> readCommandLine(int argc, const char* const* argv);
 
 } // namespace sim

@@ -2,9 +2,12 @@
 
 #include "platform/PlatformProtocol.hpp"
 #include "platform/records/IpcMsg.hpp"
-#include "tools/kaikla-sim/BoundSocket.hpp"
 
+#include <zmq_addon.hpp>
+
+#include <iterator>
 #include <utility>
+#include <vector>
 
 namespace sim {
 
@@ -29,25 +32,19 @@ std::string refusal(unsigned commandId, const std::string& error) {
 
 } // namespace
 
-NmosNode::NmosNode(zmq::context_t& context, std::string deviceId)
-    : device(std::move(deviceId)), socket(context, zmq::socket_type::rep) {
-    bindSocket(socket, platform_protocol::kNmosNodeEndpoint, "NMOS node");
-}
+NmosNode::NmosNode(zmq::socket_t rep, std::string deviceId)
+    : repSocket(std::move(rep)), device(std::move(deviceId)) {}
 
 void NmosNode::answerRequest() {
-    zmq::message_t request;
-    if (!socket.recv(request, zmq::recv_flags::dontwait)) {
+    std::vector<zmq::message_t> frames;
+    if (!zmq::recv_multipart(repSocket, std::back_inserter(frames), zmq::recv_flags::dontwait)) {
         return;
     }
-    const bool oneFrame = !request.more();
-    for (zmq::message_t surplus; socket.get(zmq::sockopt::rcvmore);) {
-        (void)socket.recv(surplus);
-    }
-    const std::string answer = oneFrame
-                                   ? answerTo(request.to_string_view())
+    const std::string answer = frames.size() == 1
+                                   ? answerTo(frames.front().to_string_view())
                                    : refusal(0, "The request holds several frames instead of one.");
     // REP never waits: the answer to a client that is gone is dropped.
-    (void)socket.send(zmq::buffer(answer), zmq::send_flags::dontwait);
+    (void)repSocket.send(zmq::buffer(answer), zmq::send_flags::dontwait);
 }
 
 std::string NmosNode::answerTo(std::string_view request) {

@@ -12,21 +12,20 @@ namespace sim {
 /// The NMOS node, which knows the device's id and nothing else.
 class NmosNode {
 public:
-    /// Binds the node's endpoint; throws std::runtime_error with a sentence for the user when that
-    /// fails.
-    NmosNode(zmq::context_t& context, std::string deviceId);
+    /// `rep` is the node's bound socket.
+    NmosNode(zmq::socket_t rep, std::string deviceId);
 
     /// Answers one request, if there is one: with the device for "GET device info", with a negative
     /// result and a sentence for anything else. Never waits.
     void answerRequest();
 
-    void* handle() { return socket.handle(); }
+    zmq::socket_t& socket() { return repSocket; }
 
 private:
     std::string answerTo(std::string_view request);
 
+    zmq::socket_t repSocket;
     std::string device;
-    zmq::socket_t socket;
     JsonDecoder decoder;
 };
 

@@ -1,8 +1,7 @@
 #include "tools/kaikla-sim/NotificationPublisher.hpp"
 
-#include "tools/kaikla-sim/BoundSocket.hpp"
-
 #include <string_view>
+#include <utility>
 
 namespace sim {
 
@@ -11,27 +10,28 @@ namespace {
 /// What the first byte of a subscriber's message says; the topic follows it.
 constexpr char kSubscribe = 1;
 
+/// A look for signals costs as much as sending an event.
+constexpr std::size_t kEventsBetweenLooks = 1000;
+
 } // namespace
 
-NotificationPublisher::NotificationPublisher(zmq::context_t& context, Service serviceToPlay,
-                                             int queueLimit)
-    : service(serviceToPlay), socket(context, zmq::socket_type::xpub) {
-    // Every subscription is passed up, also to a kind that somebody else has subscribed to already.
-    socket.set(zmq::sockopt::xpub_verbose, true);
-    socket.set(zmq::sockopt::sndhwm, queueLimit);
-    bindSocket(socket, infoOf(service).endpoint, infoOf(service).name);
-}
+NotificationPublisher::NotificationPublisher(Service serviceToPlay, zmq::socket_t xpub)
+    : service(serviceToPlay), xpubSocket(std::move(xpub)) {}
 
 void NotificationPublisher::publish(const ScenarioEvent& event) {
     state.apply(event);
-    send(*event.kind, event.message);
+    send(event);
 }
 
-void NotificationPublisher::answerSubscriptions() {
+void NotificationPublisher::answerSubscriptions(const StopSignals& stop) {
     const std::set<Subject> asked = takeSubscriptions();
-    for (const PlayedState::Entry& entry : state.entries()) {
-        if (asked.contains(entry.kind->subject)) {
-            send(*entry.kind, entry.message);
+    std::size_t looked = 0;
+    for (const ScenarioEvent* const event : state.events()) {
+        if (++looked % kEventsBetweenLooks == 0 && stop.arrived()) {
+            return;
+        }
+        if (asked.contains(event->kind->subject)) {
+            send(*event);
         }
     }
 }
@@ -39,7 +39,7 @@ void NotificationPublisher::answerSubscriptions() {
 std::set<Subject> NotificationPublisher::takeSubscriptions() {
     std::set<Subject> asked;
     zmq::message_t frame;
-    while (socket.recv(frame, zmq::recv_flags::dontwait)) {
+    while (xpubSocket.recv(frame, zmq::recv_flags::dontwait)) {
         const std::string_view text = frame.to_string_view();
         // Subscribers may also send messages of their own, of any content; they mean nothing here.
         if (!text.empty() && text.front() == kSubscribe) {
@@ -53,10 +53,10 @@ std::set<Subject> NotificationPublisher::takeSubscriptions() {
     return asked;
 }
 
-void NotificationPublisher::send(const Kind& kind, const std::string& message) {
-    (void)socket.send(zmq::buffer(kind.topic()),
-                      zmq::send_flags::sndmore | zmq::send_flags::dontwait);
-    (void)socket.send(zmq::buffer(message), zmq::send_flags::dontwait);
+void NotificationPublisher::send(const ScenarioEvent& event) {
+    (void)xpubSocket.send(zmq::buffer(event.kind->topic()),
+                          zmq::send_flags::sndmore | zmq::send_flags::dontwait);
+    (void)xpubSocket.send(zmq::buffer(event.message), zmq::send_flags::dontwait);
 }
 
 } // namespace sim

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/kaikla-sim/PlayedState.hpp"
+#include "tools/signals/StopSignals.hpp"
 
 #include <zmq.hpp>
 
@@ -11,28 +12,26 @@ namespace sim {
 /// One of the device's services, as far as its notifications go.
 class NotificationPublisher {
 public:
-    /// Binds the service's endpoint. At least `queueLimit` notifications may wait for a subscriber
-    /// before further ones are dropped for it. Throws std::runtime_error with a sentence for the
-    /// user when the endpoint cannot be bound.
-    NotificationPublisher(zmq::context_t& context, Service service, int queueLimit);
+    /// `xpub` is the service's bound socket, which passes every subscription up.
+    NotificationPublisher(Service service, zmq::socket_t xpub);
 
-    /// Sends `event`, which must be of this service, and keeps what it says as the state. Never
-    /// waits.
+    /// Sends `event`, which must be of this service and outlive the publisher, and keeps what it
+    /// says as the state. Never waits.
     void publish(const ScenarioEvent& event);
 
-    /// Takes all subscriptions that have come in and repeats the state of what they ask for. A
-    /// publishing socket cannot address one subscriber, so whoever has subscribed to the same kinds
-    /// receives the repetition too; it does them no harm.
-    void answerSubscriptions();
+    /// Takes all subscriptions that have come in and repeats the state of what they ask for, unless
+    /// a signal arrives. The socket cannot address one subscriber, so every subscriber to the same
+    /// kinds receives the repetition; it does them no harm.
+    void answerSubscriptions(const StopSignals& stop);
 
-    void* handle() { return socket.handle(); }
+    zmq::socket_t& socket() { return xpubSocket; }
 
 private:
     std::set<Subject> takeSubscriptions();
-    void send(const Kind& kind, const std::string& message);
+    void send(const ScenarioEvent& event);
 
     Service service;
-    zmq::socket_t socket;
+    zmq::socket_t xpubSocket;
     PlayedState state;
 };
 

@@ -4,26 +4,32 @@ namespace sim {
 
 namespace {
 
-bool isObsoletedBy(const PlayedState::Entry& entry, const ScenarioEvent& event) {
-    switch (event.kind->effect) {
-    case Effect::appears:
-    case Effect::disappears:
-        return entry.kind->subject == event.kind->subject && entry.id == event.id;
-    case Effect::updates:
-    case Effect::replaces:
-        return entry.kind == event.kind && entry.id == event.id;
-    case Effect::passes:
-        break;
-    }
-    return false;
+/// Whether `event` makes an earlier event of `kind` about the same thing void.
+bool makesVoid(const ScenarioEvent& event, const Kind& kind) {
+    const Effect effect = event.kind->effect;
+    return effect == Effect::appears || effect == Effect::disappears || event.kind == &kind;
 }
 
 } // namespace
 
 void PlayedState::apply(const ScenarioEvent& event) {
-    kept.remove_if([&event](const Entry& entry) { return isObsoletedBy(entry, event); });
-    if (event.kind->effect != Effect::disappears && event.kind->effect != Effect::passes) {
-        kept.push_back({event.kind, event.id, event.message});
+    if (event.kind->effect == Effect::passes) {
+        return;
+    }
+    const auto said = places.try_emplace({event.kind->subject, event.id}).first;
+    std::vector<Place>& ofThing = said->second;
+    for (auto place = ofThing.begin(); place != ofThing.end();) {
+        if (makesVoid(event, *(**place)->kind)) {
+            kept.erase(*place);
+            place = ofThing.erase(place);
+        } else {
+            ++place;
+        }
+    }
+    if (event.kind->effect == Effect::disappears) {
+        places.erase(said);
+    } else {
+        ofThing.push_back(kept.insert(kept.end(), &event));
     }
 }
 

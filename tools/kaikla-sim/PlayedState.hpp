@@ -4,29 +4,28 @@
 
 #include <cstdint>
 #include <list>
-#include <string>
+#include <map>
+#include <utility>
+#include <vector>
 
 namespace sim {
 
 /// The state of one service: the notifications that a subscriber needs to catch up.
 class PlayedState {
 public:
-    struct Entry {
-        const Kind* kind = nullptr;
-        std::uint64_t id = 0;
-        /// The notification's second frame.
-        std::string message;
-    };
-
-    /// Takes in what `event` does to the state.
+    /// Takes in what `event`, which must outlive the state, does to it.
     void apply(const ScenarioEvent& event);
 
-    /// In the order of their last change. Played in this order, whatever subset of subjects it is,
-    /// they leave a subscriber where the whole history would have left it.
-    const std::list<Entry>& entries() const { return kept; }
+    /// In the order of their last change. Played in this order, any subset of subjects leaves a
+    /// subscriber where the whole history would have left it.
+    const std::list<const ScenarioEvent*>& events() const { return kept; }
 
 private:
-    std::list<Entry> kept;
+    using Place = std::list<const ScenarioEvent*>::iterator;
+
+    std::list<const ScenarioEvent*> kept;
+    /// The places of the events about one thing, at most one for each kind.
+    std::map<std::pair<Subject, std::uint64_t>, std::vector<Place>> places;
 };
 
 } // namespace sim

@@ -1,15 +1,20 @@
 #pragma once
 
 #include "tools/kaikla-sim/ScenarioLine.hpp"
+#include "tools/signals/StopSignals.hpp"
 
 #include <chrono>
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace sim {
+
+/// The scenario that is played when none is named: the text of day.jsonl.
+extern const char* const kBuiltInDay;
 
 /// What a session status of a scenario writes as its "device_id" to mean the simulated device.
 inline constexpr const char* kDevicePlaceholder = "@device";
@@ -37,14 +42,23 @@ struct Scenario {
     }
 };
 
-/// Reads a whole scenario. The device id is `deviceId` if given, otherwise the first one that a
-/// session status of the scenario names, so that a recording plays as the device that it was taken
-/// from, otherwise kDefaultDeviceId. Throws ScenarioMistake, "NAME:LINE: reason", for the first
-/// mistake, and "NAME: reason" when `input` cannot be read.
-Scenario readScenario(std::istream& input, const std::string& name,
-                      const std::optional<std::string>& deviceId);
+/// Why a scenario is refused: "NAME:LINE: reason", or "NAME: reason" when it cannot be read.
+class ScenarioMistake : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
-/// As above, from a file.
-Scenario readScenarioFile(const std::string& fileName, const std::optional<std::string>& deviceId);
+/// Reads a whole scenario; nothing when a signal arrives first. The device id is `deviceId` if
+/// given, otherwise the first one that a session status of the scenario names, so that a recording
+/// plays as the device that it was taken from, otherwise kDefaultDeviceId. Throws ScenarioMistake
+/// for the first mistake.
+std::optional<Scenario> readScenario(std::istream& input, const std::string& name,
+                                     const std::optional<std::string>& deviceId,
+                                     const StopSignals& stop);
+
+/// As above, from a file, which may be a pipe.
+std::optional<Scenario> readScenarioFile(const std::string& fileName,
+                                         const std::optional<std::string>& deviceId,
+                                         const StopSignals& stop);
 
 } // namespace sim

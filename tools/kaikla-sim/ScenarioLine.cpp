@@ -24,13 +24,12 @@ void checkKeys(const Json::Value& line) {
     constexpr std::array<const char*, 4> kKeys = {kAtMs, kService, kKind, kPayload};
     for (const std::string& key : line.getMemberNames()) {
         if (std::find(kKeys.begin(), kKeys.end(), key) == kKeys.end()) {
-            throw ScenarioMistake("there is no such key as " +
-                                  Json::valueToQuotedString(key.c_str()));
+            throw NotPlayable("there is no such key as " + Json::valueToQuotedString(key.c_str()));
         }
     }
     for (const char* const key : kKeys) {
         if (!line.isMember(key)) {
-            throw ScenarioMistake("\"" + std::string(key) + "\" is missing");
+            throw NotPlayable("\"" + std::string(key) + "\" is missing");
         }
     }
 }
@@ -38,8 +37,7 @@ void checkKeys(const Json::Value& line) {
 std::chrono::milliseconds readTime(const Json::Value& value) {
     const auto latest = static_cast<std::uint64_t>(ScenarioLine::kLatest.count());
     if (!value.isUInt64() || value.asUInt64() > latest) {
-        throw ScenarioMistake("\"at_ms\" must be a whole number from 0 to " +
-                              std::to_string(latest));
+        throw NotPlayable("\"at_ms\" must be a whole number from 0 to " + std::to_string(latest));
     }
     return std::chrono::milliseconds(value.asUInt64());
 }
@@ -48,33 +46,33 @@ const Kind& readKind(const Json::Value& serviceValue, const Json::Value& kindVal
     const std::optional<Service> service =
         serviceValue.isString() ? findService(serviceValue.asString()) : std::nullopt;
     if (!service) {
-        throw ScenarioMistake(R"("service" must be "session", "system" or "ptp")");
+        throw NotPlayable(R"("service" must be "session", "system" or "ptp")");
     }
     if (!kindValue.isUInt()) {
-        throw ScenarioMistake("\"kind\" must be the number of a kind");
+        throw NotPlayable("\"kind\" must be the number of a kind");
     }
     const Kind* const kind = findKind(*service, kindValue.asUInt());
     if (kind == nullptr) {
-        throw ScenarioMistake("\"" + std::string(infoOf(*service).key) + "\" has no kind " +
-                              std::to_string(kindValue.asUInt()));
+        throw NotPlayable("\"" + std::string(infoOf(*service).key) + "\" has no kind " +
+                          std::to_string(kindValue.asUInt()));
     }
     return *kind;
 }
 
 void checkPayload(const Kind& kind, const Json::Value& payload) {
     if (!payload.isObject()) {
-        throw ScenarioMistake("\"payload\" must be an object");
+        throw NotPlayable("\"payload\" must be an object");
     }
     const std::string whose = "the payload of kind " + kind.topic() + " (" + kind.name + ")";
     // Receivers would take a missing id for 0; in a scenario that is a slip.
     if (kind.hasId() && json_member::find(payload, kId) == nullptr) {
-        throw ScenarioMistake(whose + " has no \"id\"");
+        throw NotPlayable(whose + " has no \"id\"");
     }
     try {
         Json::Value read = payload;
         kind.decode(read);
     } catch (const Json::Exception& error) {
-        throw ScenarioMistake(whose + " cannot be decoded: " + error.what());
+        throw NotPlayable(whose + " cannot be decoded: " + error.what());
     }
 }
 
@@ -96,7 +94,7 @@ std::string ScenarioLine::encode() const {
 ScenarioLine ScenarioLineDecoder::decode(std::string_view text) {
     Json::Value json;
     if (const std::string reason = decoder.decodeObject(text, json); !reason.empty()) {
-        throw ScenarioMistake(reason);
+        throw NotPlayable(reason);
     }
     checkKeys(json);
     ScenarioLine line;
@@ -115,12 +113,16 @@ std::string encodeNotification(const Kind& kind, Json::Value payload) {
     Json::Value json;
     message.Serialize(json);
     std::string text = toCompactJson(json);
-    if (text.size() > platform_protocol::kMaxFrameBytes) {
-        throw ScenarioMistake("the notification would be " + std::to_string(text.size()) +
-                              " bytes long, " + std::to_string(platform_protocol::kMaxFrameBytes) +
-                              " are allowed");
-    }
+    checkSize(text);
     return text;
+}
+
+void checkSize(const std::string& message) {
+    if (message.size() > platform_protocol::kMaxFrameBytes) {
+        throw NotPlayable("the notification would be " + std::to_string(message.size()) +
+                          " bytes long, " + std::to_string(platform_protocol::kMaxFrameBytes) +
+                          " are allowed");
+    }
 }
 
 } // namespace sim

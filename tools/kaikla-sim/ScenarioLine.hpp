@@ -13,8 +13,9 @@
 
 namespace sim {
 
-/// Why a scenario is refused; the text is for its author.
-class ScenarioMistake : public std::runtime_error {
+/// Why something cannot be played: a line of a scenario, or what a device's service sent. One line
+/// for a person.
+class NotPlayable : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
@@ -39,7 +40,7 @@ struct ScenarioLine {
 /// Reads scenario lines, each for itself. One object may read any number of them.
 class ScenarioLineDecoder {
 public:
-    /// Throws ScenarioMistake with the reason, without file and line, when `text` is not a line of
+    /// Throws NotPlayable when `text` is not a line of
     /// a scenario or its payload is not one that receivers can decode.
     ScenarioLine decode(std::string_view text);
 
@@ -47,8 +48,10 @@ private:
     JsonDecoder decoder;
 };
 
-/// The second frame of a notification. Throws ScenarioMistake when it would be larger than
-/// receivers take.
+/// The second frame of a notification. Throws NotPlayable when it is larger than receivers take.
 std::string encodeNotification(const Kind& kind, Json::Value payload);
+
+/// Throws NotPlayable when a notification's second frame is larger than receivers take.
+void checkSize(const std::string& message);
 
 } // namespace sim

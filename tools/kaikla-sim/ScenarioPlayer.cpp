@@ -18,8 +18,8 @@ bool ScenarioPlayer::advance(Clock::time_point now, const Play& play) {
         return false;
     }
     const double reached = scenarioTime(now);
-    while (next < scenario.events.size() &&
-           static_cast<double>(scenario.events[next].at.count()) <= reached) {
+    const std::size_t end = std::min(scenario.events.size(), next + kMostAtOnce);
+    while (next < end && static_cast<double>(scenario.events[next].at.count()) <= reached) {
         play(scenario.events[next++]);
     }
     if (next < scenario.events.size()) {

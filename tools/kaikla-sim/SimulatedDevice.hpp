@@ -3,11 +3,13 @@
 #include "tools/kaikla-sim/NmosNode.hpp"
 #include "tools/kaikla-sim/NotificationPublisher.hpp"
 #include "tools/kaikla-sim/Scenario.hpp"
+#include "tools/signals/StopSignals.hpp"
 
 #include <zmq.hpp>
 
+#include <chrono>
 #include <iosfwd>
-#include <list>
+#include <vector>
 
 namespace sim {
 
@@ -28,18 +30,19 @@ public:
     /// taken. `scenario` outlives the device.
     SimulatedDevice(zmq::context_t& context, const Scenario& scenario);
 
-    /// Plays until `stopDescriptor` becomes readable. Writes one line to `report` when everybody
-    /// can connect, and one each time the scenario has been played.
-    void run(const PlayOptions& options, int stopDescriptor, std::ostream& report);
+    /// Plays until a signal arrives. Writes one line to `report` when everybody can connect, and
+    /// one each time the scenario has been played.
+    void run(const PlayOptions& options, const StopSignals& stop, std::ostream& report);
 
 private:
-    NotificationPublisher& publisherOf(const Kind& kind);
+    void play(const ScenarioEvent& event);
+    void waitAndAnswer(std::chrono::milliseconds limit, const StopSignals& stop);
 
     const Scenario& scenario;
     /// Bound first: whoever receives a notification may have to ask the node at once.
     NmosNode nmosNode;
     /// One a service, in the order of allServices().
-    std::list<NotificationPublisher> publishers;
+    std::vector<NotificationPublisher> publishers;
 };
 
 } // namespace sim

@@ -1,69 +1,87 @@
-#include "tools/kaikla-sim/BuiltInDay.hpp"
 #include "tools/kaikla-sim/CommandLine.hpp"
 #include "tools/kaikla-sim/Recorder.hpp"
 #include "tools/kaikla-sim/Scenario.hpp"
 #include "tools/kaikla-sim/SimulatedDevice.hpp"
 #include "tools/signals/StopSignals.hpp"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
 
 namespace {
 
-sim::Scenario readWantedScenario(const sim::CommandLine& line) {
-    if (line.scenarioFile) {
-        return sim::readScenarioFile(*line.scenarioFile, line.deviceId);
+std::optional<sim::Scenario> readWantedScenario(const sim::Options& options,
+                                                const StopSignals& stop) {
+    if (options.scenarioFile) {
+        return sim::readScenarioFile(*options.scenarioFile, options.deviceId, stop);
     }
     std::istringstream day(sim::kBuiltInDay);
-    return sim::readScenario(day, "built-in day", line.deviceId);
+    return sim::readScenario(day, "built-in day", options.deviceId, stop);
 }
 
-void play(const sim::CommandLine& line) {
-    const sim::Scenario scenario = readWantedScenario(line);
-    if (line.play.loop && scenario.length() == std::chrono::milliseconds(0)) {
+void play(const sim::Options& options, const StopSignals& stop) {
+    const std::optional<sim::Scenario> scenario = readWantedScenario(options, stop);
+    if (!scenario) {
+        return;
+    }
+    if (options.play.loop && scenario->length() == std::chrono::milliseconds(0)) {
         throw std::runtime_error(
             "--loop needs a scenario whose last notification comes after 0 ms");
     }
-    const StopSignals signals;
     zmq::context_t context;
-    sim::SimulatedDevice device(context, scenario);
-    device.run(line.play, signals.descriptor(), std::cout);
+    sim::SimulatedDevice device(context, *scenario);
+    device.run(options.play, stop, std::cout);
+    if (stop.arrived()) {
+        // Without freeing: for a million sessions that takes longer than a stop should.
+        std::quick_exit(EXIT_SUCCESS);
+    }
 }
 
-void record(const std::string& fileName) {
-    sim::RecordingFile file(fileName);
-    const StopSignals signals;
+void record(const std::string& fileName, const StopSignals& stop) {
+    const bool toStandardOutput = fileName == "-";
+    std::ofstream file;
+    if (!toStandardOutput) {
+        file.open(fileName);
+        if (!file) {
+            throw std::runtime_error("cannot open " + fileName + ": " + std::strerror(errno));
+        }
+    }
     zmq::context_t context;
-    sim::Recorder recorder(context, file, std::cerr);
+    sim::Recorder recorder(context, toStandardOutput ? std::cout : file,
+                           toStandardOutput ? "standard output" : fileName, std::cerr);
     std::cerr << "kaikla-sim: recording until SIGINT or SIGTERM\n";
-    recorder.run(signals.descriptor());
+    recorder.run(stop);
     std::cerr << "kaikla-sim: " << recorder.recorded() << " notifications recorded\n";
+}
+
+sim::ExitStatus run(const sim::Options& options, const StopSignals& stop) {
+    try {
+        if (options.recordFile) {
+            record(*options.recordFile, stop);
+        } else {
+            play(options, stop);
+        }
+        return sim::ExitStatus::success;
+    } catch (const std::exception& error) {
+        std::cerr << "kaikla-sim: " << error.what() << '\n';
+        return sim::ExitStatus::failed;
+    }
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    StopSignals::endProcessAtOnce();
+    // Before the library's thread, which inherits it.
+    const StopSignals stop;
     // An output that nobody reads any more is a failed write, not the end.
     (void)std::signal(SIGPIPE, SIG_IGN);
-    try {
-        const auto line = sim::readCommandLine(argc, argv);
-        if (const int* const status = std::get_if<int>(&line)) {
-            return *status;
-        }
-        const auto& wanted = std::get<sim::CommandLine>(line);
-        if (wanted.recordFile) {
-            record(*wanted.recordFile);
-        } else {
-            play(wanted);
-        }
-    } catch (const std::exception& error) {
-        std::cerr << "kaikla-sim: " << error.what() << '\n';
-        return EXIT_FAILURE;
-    }
-    return EXIT_SUCCESS;
+    const auto options = sim::readCommandLine(argc, argv);
+    const auto* const wanted = std::get_if<sim::Options>(&options);
+    return static_cast<int>(wanted ? run(*wanted, stop) : std::get<sim::ExitStatus>(options));
 }

@@ -1,18 +1,14 @@
 #include "tools/signals/StopSignals.hpp"
 
+#include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <system_error>
 
 namespace {
-
-extern "C" void endProcess(int) {
-    ::_exit(EXIT_SUCCESS);
-}
 
 bool isIgnored(int number) {
     struct sigaction current {};
@@ -33,20 +29,6 @@ sigset_t stopSignals() {
 
 } // namespace
 
-void StopSignals::endProcessAtOnce() {
-    const sigset_t stopping = stopSignals();
-    struct sigaction action {};
-    action.sa_handler = endProcess;
-    sigfillset(&action.sa_mask);
-    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
-        if (sigismember(&stopping, number) == 1) {
-            ::sigaction(number, &action, nullptr);
-        }
-    }
-    // Whoever started the process may have left them blocked.
-    ::pthread_sigmask(SIG_UNBLOCK, &stopping, nullptr);
-}
-
 StopSignals::StopSignals() {
     const sigset_t caught = stopSignals();
     ::pthread_sigmask(SIG_BLOCK, &caught, nullptr);
@@ -58,6 +40,12 @@ StopSignals::StopSignals() {
 
 StopSignals::~StopSignals() {
     ::close(signalDescriptor);
+}
+
+bool StopSignals::arrived() const {
+    pollfd item{signalDescriptor, POLLIN, 0};
+    constexpr int kWithoutWaiting = 0;
+    return ::poll(&item, 1, kWithoutWaiting) > 0;
 }
 
 int StopSignals::take() {

@@ -15,12 +15,11 @@ public:
     StopSignals(StopSignals&&) = delete;
     StopSignals& operator=(StopSignals&&) = delete;
 
-    /// Until an object exists, such a signal ends the process at once with status 0: for programs
-    /// that have begun nothing by then that would have to be ended in order.
-    static void endProcessAtOnce();
-
     /// Readable while a signal waits to be taken.
     int descriptor() const { return signalDescriptor; }
+
+    /// Whether a signal waits to be taken.
+    bool arrived() const;
 
     /// The number of a signal that has arrived, 0 when there is none. Takes it.
     int take();
