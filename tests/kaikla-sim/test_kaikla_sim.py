@@ -3,6 +3,7 @@
 import fcntl
 import json
 import signal
+import socket
 import subprocess
 import termios
 import time
@@ -46,10 +47,10 @@ def subscriber(service, topic=b"", hwm=0):
     return created
 
 
-def receive(socket, count):
+def receive(source, count):
     """The next messages; no other follows."""
-    messages = [json.loads(socket.recv_multipart()[1]) for _ in range(count)]
-    assert not socket.poll(100)
+    messages = [json.loads(source.recv_multipart()[1]) for _ in range(count)]
+    assert not source.poll(100)
     return messages
 
 
@@ -212,12 +213,11 @@ def test_ends_on_a_signal_whatever_it_does(tmp_path):
 
 def test_says_in_one_sentence_that_a_port_is_taken():
     for endpoint in (*ENDPOINTS.values(), peers.NODE_ENDPOINT):
-        holder = peers.bind(zmq.REP, endpoint)
-        refused = run("kaikla-sim")
+        with socket.create_server(("127.0.0.1", int(endpoint.rpartition(":")[2]))):
+            refused = run("kaikla-sim")
         assert (refused.returncode, refused.stdout) == (1, "")
         assert refused.stderr.startswith("kaikla-sim: cannot play the ")
         assert refused.stderr.endswith(f" on {endpoint}: Address already in use\n")
-        holder.close()
 
 
 def test_a_service_that_comes_late_or_back_has_the_whole_device(tmp_path):
