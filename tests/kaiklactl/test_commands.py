@@ -4,13 +4,12 @@ import json
 import os
 import pty
 import re
-import signal
 import subprocess
 
 import pytest
 
 from kaiklactl.played import ctl, played_ctl, reply
-from peers import BIN, PTP, ROOT, Listener, Process, free_port, wait_until
+from peers import BIN, PTP, ROOT, Listener, free_port, wait_until
 
 BAD_ADDRESSES = {
     '"%s" is no address': "nonsense inproc://x udp://127.0.0.1:7000",
@@ -143,15 +142,6 @@ def test_silence_and_nonsense_from_the_service():
     assert played_ctl(refusal, "add tcp://x:1") == (1, "", "kaiklactl: No.\\x1b[2J\\r\\n\n")
     odd = reply(3, {"remote": ["a\nb\u202e"]})
     assert played_ctl(odd, "list --no-check") == (0, "a\\nb\\u202e\n", "")
-
-
-def test_a_signal_ends_the_wait_for_an_answer(service):
-    service.send_signal(signal.SIGSTOP)
-    with Process("kaiklactl", "--timeout", "60", "list") as waiting:
-        waiting.expected_status = 128 + signal.SIGTERM
-        wait_until(lambda: waiting.descriptors() > 10, "the connection")
-        waiting.stop()
-    service.send_signal(signal.SIGCONT)
 
 
 @pytest.mark.parametrize("where", [">/dev/full", ">&-"])
