@@ -24,8 +24,7 @@
 namespace json_fields {
 
 inline void read(Json::Value& in, JsonKey key, bool& member) {
-    const Json::Value* value = json_member::find(in, key);
-    member = value != nullptr && value->asBool();
+    member = json_member::read(in, key, &Json::Value::asBool);
 }
 
 inline void read(Json::Value& in, JsonKey key, std::string& member) {
@@ -33,8 +32,7 @@ inline void read(Json::Value& in, JsonKey key, std::string& member) {
 }
 
 inline void read(Json::Value& in, JsonKey key, double& member) {
-    const Json::Value* value = json_member::find(in, key);
-    member = value != nullptr ? value->asDouble() : 0.0;
+    member = json_member::read(in, key, &Json::Value::asDouble);
 }
 
 inline void read(Json::Value& in, JsonKey key, std::uint64_t& member) {
@@ -48,13 +46,9 @@ inline void read(Json::Value& in, JsonKey key, std::int64_t& member) {
 template <std::integral Number>
 void read(Json::Value& in, JsonKey key, Number& member) {
     const Json::Value* value = json_member::find(in, key);
-    if (value == nullptr) {
-        member = 0;
-    } else if (value->isUInt64()) {
-        member = static_cast<Number>(value->asUInt64());
-    } else {
-        member = static_cast<Number>(value->asInt64());
-    }
+    const bool large = value != nullptr && value->isUInt64();
+    member = large ? static_cast<Number>(value->asUInt64())
+                   : static_cast<Number>(json_member::read(in, key, &Json::Value::asInt64));
 }
 
 template <std::derived_from<IJsonSerializable> Record>
@@ -65,7 +59,7 @@ void read(Json::Value& in, JsonKey key, Record& member) {
 template <typename Record>
 void read(Json::Value& in, JsonKey key, std::list<Record>& member) {
     if (const Json::Value& list = in[key]; !list.isArray() && !list.isNull()) {
-        Json::throwLogicError("\"" + std::string(key.begin(), key.end()) + "\" is not a list");
+        json_member::refuse(key, "not a list");
     }
     json_list::read(in, key, member);
 }
