@@ -35,7 +35,7 @@ def in_order(consumer, last):
     return numbers
 
 
-def test_a_listener_that_hangs_up_costs_no_message_and_no_order(device, service):
+def test_a_listener_that_hangs_up_costs_no_message_and_no_order(device, service, record_property):
     listener = Listener(hangs_up=True)
     assert service.add(listener.address) == 0
     numbers = Numbers(device)
@@ -43,16 +43,21 @@ def test_a_listener_that_hangs_up_costs_no_message_and_no_order(device, service)
     wait_until(lambda: listener.accepted > 2, "the connection to be tried again")
     numbers.send(2500)
     service.wait_line(FULL.format(listener.address))
-    assert service.memory() < 40_000 or INSTRUMENTED
+    memory = service.memory()
+    assert memory < 40_000 or INSTRUMENTED
     # The block holds up what comes next, the rest is queued on the device's side.
     accepted = len(service.lines_with("Publishing message to socket"))
     assert QUEUE <= accepted < 3000
     listener.close()
     consumer = Consumer(port=listener.port)
     assert in_order(consumer, 2999)[0] == 0
+    record_property("listener that hangs up", f"3000 messages in order after {listener.accepted} "
+                    f"connections, {memory} KiB resident")  # fmt: skip
 
 
-def test_a_stalled_consumer_sees_one_connection_and_gets_everything_once_it_reads(device, full):
+def test_a_stalled_consumer_sees_one_connection_and_gets_everything_once_it_reads(
+    device, full, record_property
+):
     count = 20_000
     # Warnings only: twenty thousand lines more would be most of this test's work.
     with Service("-l", "3") as service:
@@ -62,11 +67,14 @@ def test_a_stalled_consumer_sees_one_connection_and_gets_everything_once_it_read
         line = FULL.format(consumer.address)
         service.wait_line(line)
         time.sleep(12 if full else 1)
+        memory = service.memory()
         assert in_order(consumer, count - 1)[0] == 0
         assert consumer.accepted() == 1
         # A block is told once, and ends when half of the queue is free.
         assert len(service.lines_with(line)) <= 2 * count / QUEUE
         assert service.consumers() == [consumer.address]
+    record_property("stalled consumer", f"{count} messages in order over one connection, {memory} "
+                    "KiB resident")  # fmt: skip
 
 
 def test_a_stop_ends_a_block_and_delivers_what_is_queued_for_those_that_read(device, service):
@@ -80,7 +88,8 @@ def test_a_stop_ends_a_block_and_delivers_what_is_queued_for_those_that_read(dev
     service.wait_line("WRN WebnotifierPublisher: " + FULL.format(absent[0]))
     started = time.monotonic()
     assert service.stop() == 0
-    assert time.monotonic() - started < 1 or INSTRUMENTED
+    # A second, and what a busy machine adds.
+    assert time.monotonic() - started < 1.5 or INSTRUMENTED
     published = service.lines_with(f"Publishing message to socket ({live.address})")
     assert len(live.drain()) == len(published) - 1 >= QUEUE - 1
     refused = "ERR [WebnotifierPublisher] Error: sending message to socket {} interrupted"
@@ -108,7 +117,10 @@ def test_consumers_that_vanish_stall_and_return_cost_nobody_else_a_message(
             numbers.send(400)
             seen[steady] += in_order(steady, numbers.sent - 1)
             vanishing = Consumer(port=int(vanishing.address.rpartition(":")[2]))
-            lost += 450 - len(in_order(vanishing, numbers.sent - 1))
+            wait_until(vanishing.accepted, "the consumer to be connected to again")
+            numbers.send(1)
+            seen[steady] += in_order(steady, numbers.sent - 1)
+            lost += 451 - len(in_order(vanishing, numbers.sent - 1))
             seen[stalling] += in_order(stalling, numbers.sent - 1)
         assert seen[steady] == seen[stalling] == list(range(numbers.sent))
     record_property("consumers that vanish, stall and return", f"{rounds} rounds, {numbers.sent} "
