@@ -95,6 +95,9 @@ def bind(kind, endpoint, **options):
     bound = CONTEXT.socket(kind)
     for name, value in {"sndhwm": 0, "rcvtimeo": int(TIMEOUT * 1000), **options}.items():
         setattr(bound, name, value)
+    if kind == zmq.PULL:
+        # Before anybody can connect.
+        bound.get_monitor_socket(zmq.EVENT_ACCEPTED)
 
     def attempt():
         with contextlib.suppress(zmq.ZMQError):
@@ -286,7 +289,7 @@ class Consumer:
         # Ports are not reused: a removed consumer's connection may linger and find a stranger.
         self.address = f"tcp://127.0.0.1:{port or free_port()}"
         self._socket = bind(zmq.PULL, self.address, rcvhwm=hwm)
-        self._monitor = self._socket.get_monitor_socket(zmq.EVENT_ACCEPTED)
+        self._monitor = self._socket.get_monitor_socket()
         self._accepted = 0
 
     def accepted(self):
