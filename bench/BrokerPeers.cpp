@@ -16,7 +16,7 @@ void check(int result) {
 }
 
 /// A client of the broker, connected and subscribed by the library. After that only the descriptor
-/// is used: the library takes four system calls to read a message, and would be what is measured.
+/// is used: the library takes four system calls for each message, which would limit the load.
 class BrokerClient {
 public:
     BrokerClient(std::uint16_t port, const char* topic)

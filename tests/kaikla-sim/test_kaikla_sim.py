@@ -197,12 +197,13 @@ def test_ends_on_a_signal_whatever_it_does(tmp_path):
     with Sim(tmp_path, session(1000, 1, at=1), "--loop", "--speed", "1e9") as sim:
         assert sim.stop() == 0
     # A scenario that never ends: once it is read, the program waits for more.
-    with peers.Process("kaikla-sim", "--scenario", "/dev/stdin", stdin=subprocess.PIPE) as sim:
+    with peers.Process("kaikla-sim", "--scenario", "/dev/stdin", stdin=subprocess.PIPE,
+                       stdout=subprocess.PIPE) as sim:
         sim.process.stdin.write(HISTORY.encode())
         sim.process.stdin.flush()
         wait_until(lambda: not any(fcntl.ioctl(sim.process.stdin, termios.FIONREAD, b"\0" * 4)),
                    "the lines to be read")
-        assert sim.stop() == 0
+        assert sim.stop() == 0 and sim.process.stdout.read() == b""
     # A subscriber that has stalled.
     with Sim(tmp_path, "".join(session(1004, i, sdp="x" * 100_000) for i in range(200))) as sim:
         sim.wait_played()

@@ -29,7 +29,7 @@ struct Options {
 };
 
 /// Reads the command line. Gives the exit status instead when there is nothing to be done: success
-/// after --help and --version, usage after a sentence about what is wrong.
+/// after --help and --version, usage after a sentence that names the mistake.
 std::variant<Options, ExitStatus> readCommandLine(int argc, const char* const* argv);
 
 } // namespace sim

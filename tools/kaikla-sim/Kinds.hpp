@@ -14,9 +14,9 @@ enum class Service { session, system, ptp };
 
 struct ServiceInfo {
     Service service;
-    /// What a scenario calls it.
+    /// Its name in a scenario.
     const char* key;
-    /// What people call it.
+    /// Its name in a sentence.
     const char* name;
     /// Where it binds.
     const char* endpoint;
@@ -30,15 +30,15 @@ std::optional<Service> findService(std::string_view key);
 
 /// What a notification of one kind does to the state that a service keeps.
 enum class Effect {
-    /// A thing with an id appears; what was said before about the same id is void.
+    /// Something with an id appears. Earlier notifications about the id are void.
     appears,
-    /// Something about a thing with an id; the latest word counts.
+    /// The latest notification of the kind about an id counts.
     updates,
-    /// A thing with an id is gone, and all that was said about it.
+    /// Something with an id is gone, with all notifications about it.
     disappears,
-    /// The latest word about the device counts.
+    /// The latest notification of the kind counts.
     replaces,
-    /// Something happened; nothing is kept.
+    /// An event that leaves no state.
     passes,
 };
 

@@ -23,7 +23,7 @@ constexpr JsonKey kDeviceId{"device_id"};
 /// Stands for the device's id in a message until the id is known; no scenario holds it by chance.
 constexpr const char* kIdToCome = "\x01kaikla-sim: device id\x01";
 
-/// A file that ends when a signal arrives: a pipe's writer may never come.
+/// A file whose text ends when a signal arrives, because the writer of a pipe may never come.
 class InterruptibleFile : public std::streambuf {
 public:
     InterruptibleFile(const std::string& name, const StopSignals& stopSignals)
@@ -67,7 +67,7 @@ bool isBlankOrComment(const std::string& text) {
     return first == std::string::npos || text[first] == '#';
 }
 
-/// Makes a scenario of lines, each for itself: all of them as JSON would take much memory.
+/// Makes a scenario, line by line. All lines as JSON at once would take too much memory.
 class ScenarioReader {
 public:
     ScenarioReader(const std::string& scenarioName, const std::optional<std::string>& givenDeviceId)
@@ -96,6 +96,7 @@ public:
             }
             std::string& message = scenario.events[event].message;
             message.replace(message.find(toCome), toCome.size(), quotedId);
+            message.shrink_to_fit(); // replace() doubles what it takes
             try {
                 checkSize(message);
             } catch (const NotPlayable& reason) {
@@ -155,14 +156,14 @@ std::optional<Scenario> readScenario(std::istream& input, const std::string& nam
     ScenarioReader reader(name, deviceId);
     for (std::string text; std::getline(input, text);) {
         if (stop.arrived()) {
-            return std::nullopt;
+            break;
         }
         reader.take(text);
     }
     if (input.bad()) {
         throw ScenarioMistake(name + ": it cannot be read");
     }
-    return reader.finish(stop);
+    return stop.arrived() ? std::nullopt : reader.finish(stop);
 }
 
 std::optional<Scenario> readScenarioFile(const std::string& fileName,

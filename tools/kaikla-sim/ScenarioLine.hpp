@@ -13,14 +13,14 @@
 
 namespace sim {
 
-/// Why something cannot be played: a line of a scenario, or what a device's service sent. One line
+/// Why a line of a scenario, or the notification of a device's service, cannot be played. One line
 /// for a person.
 class NotPlayable : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// One line of a scenario: at what time which service says what.
+/// One line of a scenario: when which service sends which notification.
 /// {"at_ms": N, "service": "session"|"system"|"ptp", "kind": K, "payload": {...}}
 struct ScenarioLine {
     /// A scenario lasts at most a year.

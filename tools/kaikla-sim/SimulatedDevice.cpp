@@ -41,7 +41,7 @@ zmq::socket_t makePublisherSocket(zmq::context_t& context, const ServiceInfo& se
     constexpr std::size_t kLibraryDefault = 1000;
     constexpr std::size_t kMost = 1'000'000'000;
     zmq::socket_t socket = makeSocket(context, zmq::socket_type::xpub);
-    // Every subscription is passed up, also to a kind that somebody else has subscribed to already.
+    // Every subscription is passed up, also one that another subscriber has made before.
     socket.set(zmq::sockopt::xpub_verbose, true);
     socket.set(zmq::sockopt::sndhwm,
                static_cast<int>(std::min(kLibraryDefault + 2 * events, kMost)));

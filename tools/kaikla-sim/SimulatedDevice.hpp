@@ -39,7 +39,7 @@ private:
     void waitAndAnswer(std::chrono::milliseconds limit, const StopSignals& stop);
 
     const Scenario& scenario;
-    /// Bound first: whoever receives a notification may have to ask the node at once.
+    /// Bound first: a subscriber may ask the node as soon as it has a notification.
     NmosNode nmosNode;
     /// One a service, in the order of allServices().
     std::vector<NotificationPublisher> publishers;

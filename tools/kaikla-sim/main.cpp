@@ -79,7 +79,7 @@ sim::ExitStatus run(const sim::Options& options, const StopSignals& stop) {
 int main(int argc, char** argv) {
     // Before the library's thread, which inherits it.
     const StopSignals stop;
-    // An output that nobody reads any more is a failed write, not the end.
+    // A write to a closed pipe must fail, not end the process.
     (void)std::signal(SIGPIPE, SIG_IGN);
     const auto options = sim::readCommandLine(argc, argv);
     const auto* const wanted = std::get_if<sim::Options>(&options);
