@@ -13,6 +13,7 @@ import { Pull, Request } from "zeromq";
 const ADD_CONSUMER = 1;
 const REMOVE_CONSUMER = 2;
 const TIMEOUT_MS = 5000;
+const QUIET_MS = 200;
 
 const [bindTo = "tcp://127.0.0.1:*", service = "tcp://127.0.0.1:5580"] = process.argv.slice(2);
 
@@ -51,15 +52,7 @@ function deviceLine(status) {
   );
 }
 
-const messages = new Pull();
-// First bind, then register: the service connects to this address at once.
-await messages.bind(bindTo);
-const address = messages.lastEndpoint;
-// Closing ends the loop below.
-process.once("SIGINT", () => messages.close());
-
-await command(ADD_CONSUMER, address);
-for await (const [text] of messages) {
+function show(text) {
   const { command_name: kind, payload } = JSON.parse(text);
   if (kind === "status-all") {
     console.log(deviceLine(payload));
@@ -67,4 +60,33 @@ for await (const [text] of messages) {
     console.log(sessionLine(payload));
   }
 }
-await command(REMOVE_CONSUMER, address);
+
+const messages = new Pull({ receiveTimeout: QUIET_MS });
+// First bind, then register: the service connects to this address at once.
+await messages.bind(bindTo);
+const address = messages.lastEndpoint;
+await command(ADD_CONSUMER, address);
+
+let removed = false;
+process.once("SIGINT", async () => {
+  await command(REMOVE_CONSUMER, address);
+  removed = true;
+});
+
+for (;;) {
+  // After the removal, until nothing comes: what is left on its way would stay with the service for
+  // the next one at this address.
+  const leaving = removed;
+  try {
+    const [text] = await messages.receive();
+    show(text);
+  } catch (error) {
+    if (error.code !== "EAGAIN") {
+      throw error;
+    }
+    if (leaving) {
+      break;
+    }
+  }
+}
+messages.close();

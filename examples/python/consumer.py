@@ -15,6 +15,7 @@ import zmq
 
 ADD_CONSUMER, REMOVE_CONSUMER = 1, 2
 TIMEOUT_MS = 5000
+QUIET_MS = 200
 
 
 def command(context, service, command_id, address):
@@ -48,6 +49,14 @@ def device_line(status):
     )
 
 
+def show(message):
+    kind, payload = message["command_name"], message["payload"]
+    if kind == "status-all":
+        print(device_line(payload), flush=True)
+    elif kind == "status-session":
+        print(session_line(payload), flush=True)
+
+
 def main(address="tcp://127.0.0.1:*", service="tcp://127.0.0.1:5580"):
     context = zmq.Context()
     messages = context.socket(zmq.PULL)
@@ -57,14 +66,12 @@ def main(address="tcp://127.0.0.1:*", service="tcp://127.0.0.1:5580"):
     try:
         command(context, service, ADD_CONSUMER, address)
         while True:
-            message = messages.recv_json()
-            kind, payload = message["command_name"], message["payload"]
-            if kind == "status-all":
-                print(device_line(payload), flush=True)
-            elif kind == "status-session":
-                print(session_line(payload), flush=True)
+            show(messages.recv_json())
     except KeyboardInterrupt:
         command(context, service, REMOVE_CONSUMER, address)
+        # What is left on its way would stay with the service for the next one at this address.
+        while messages.poll(QUIET_MS):
+            show(messages.recv_json())
 
 
 if __name__ == "__main__":
