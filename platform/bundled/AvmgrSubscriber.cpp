@@ -52,10 +52,6 @@ int AvmgrSubscriber::subscribe(AvmgrPublisher::avmgr_notifications_t kind) {
 }
 
 bool AvmgrSubscriber::processEvent(const zmq_pollitem_t& item) {
-    if (!impl->socket.owns(item)) {
-        return false;
-    }
-    impl->socket.receive(
-        [this](unsigned kind, Json::Value& payload) { dispatch(*this, kind, payload); });
-    return true;
+    return impl->socket.process(
+        item, [this](unsigned kind, Json::Value& payload) { dispatch(*this, kind, payload); });
 }

@@ -144,18 +144,11 @@ bool isHarmful(char32_t code) {
 
 void appendEscaped(std::string& line, char c) {
     constexpr const char* kHex = "0123456789abcdef";
+    constexpr std::string_view kNamed = "\n\r\t";
     line += '\\';
-    switch (c) {
-    case '\n':
-        line += 'n';
-        break;
-    case '\r':
-        line += 'r';
-        break;
-    case '\t':
-        line += 't';
-        break;
-    default:
+    if (const std::size_t at = kNamed.find(c); at != std::string_view::npos) {
+        line += "nrt"[at];
+    } else {
         line += 'x';
         line += kHex[static_cast<unsigned char>(c) >> 4U];
         line += kHex[static_cast<unsigned char>(c) & 0xfU];

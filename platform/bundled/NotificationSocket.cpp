@@ -59,18 +59,17 @@ int NotificationSocket::addTo(PollFds& pollFds) {
     return pollFds.addSocket(socket ? socket->handle() : nullptr, ZMQ_POLLIN);
 }
 
-bool NotificationSocket::owns(const zmq_pollitem_t& item) const {
-    return socket && item.socket == socket->handle();
-}
-
-void NotificationSocket::receive(const Dispatch& dispatch) {
+bool NotificationSocket::process(const zmq_pollitem_t& item, const Dispatch& dispatch) {
+    if (!socket || item.socket != socket->handle()) {
+        return false;
+    }
     // Several at a time, since each return to the event loop costs a look at every socket. Not all
     // of them: the other sockets must not wait for long, and a stop waits for none.
     constexpr int kAtOnce = 32;
     try {
         for (int count = 0; count < kAtOnce && receiveOne(dispatch); ++count) {
             if (ProcessBasics::stopRequested()) {
-                return;
+                break;
             }
         }
     } catch (const zmq::error_t& error) {
@@ -78,6 +77,7 @@ void NotificationSocket::receive(const Dispatch& dispatch) {
         Logger::log(Logger::LOG_LEVEL_ERR, "%s: Error receiving from %s. Error [%d]::%s", service,
                     endpoint, error.num(), error.what());
     }
+    return true;
 }
 
 bool NotificationSocket::receiveOne(const Dispatch& dispatch) {

@@ -31,15 +31,14 @@ public:
     int subscribe(unsigned kind);
     /// Adds the socket to `pollFds`. Returns 0 or -104.
     int addTo(PollFds& pollFds);
-    /// Whether `item` is this socket.
-    bool owns(const zmq_pollitem_t& item) const;
 
-    /// Receives the notifications that are there, at most 32, and dispatches each before it takes
-    /// the next. One that cannot be decoded is dropped with one line at level 2 that names the
-    /// service, the kind and the reason. One whose callback fails is reported likewise as not
-    /// carried through, since something of it may have been taken in. A kind that nobody asked for
-    /// is ignored with a debug line. Never waits, never throws on account of a notification.
-    void receive(const Dispatch& dispatch);
+    /// False when `item` is not this socket. Otherwise receives the notifications that are there,
+    /// at most 32, and dispatches each before it takes the next. One that cannot be decoded is
+    /// dropped with one line at level 2 that names the service, the kind and the reason. One whose
+    /// callback fails is reported likewise as not carried through, since something of it may have
+    /// been taken in. A kind that nobody asked for is ignored with a debug line. Never waits, never
+    /// throws on account of a notification.
+    bool process(const zmq_pollitem_t& item, const Dispatch& dispatch);
 
 private:
     bool receiveOne(const Dispatch& dispatch);

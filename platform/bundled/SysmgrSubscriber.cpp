@@ -7,16 +7,13 @@ namespace {
 void dispatch(SysmgrSubscriber& subscriber, unsigned kind, Json::Value& payload) {
     switch (kind) {
     case SysmgrPublisher::sysmgr_stored_parameters_update:
-        subscriber.notifyStoredParameterUpdate(payload);
-        return;
+        return (void)subscriber.notifyStoredParameterUpdate(payload);
     case SysmgrPublisher::sysmgr_dynamic_information_update:
         return deliver(subscriber, &SysmgrSubscriber::notifyDynamicInfoUpdate, payload);
     case SysmgrPublisher::sysmgr_reboot_request:
-        subscriber.notifyRebootRequest(payload);
-        return;
+        return (void)subscriber.notifyRebootRequest(payload);
     case SysmgrPublisher::sysmgr_multicast_white_list_update:
-        subscriber.notifyMulticastWhiteListUpdate(payload);
-        return;
+        return (void)subscriber.notifyMulticastWhiteListUpdate(payload);
     default:
         return;
     }
@@ -44,10 +41,6 @@ int SysmgrSubscriber::getPollItems(PollFds& pollFds) {
 }
 
 bool SysmgrSubscriber::processEvent(const zmq_pollitem_t& item) {
-    if (!impl->socket.owns(item)) {
-        return false;
-    }
-    impl->socket.receive(
-        [this](unsigned kind, Json::Value& payload) { dispatch(*this, kind, payload); });
-    return true;
+    return impl->socket.process(
+        item, [this](unsigned kind, Json::Value& payload) { dispatch(*this, kind, payload); });
 }

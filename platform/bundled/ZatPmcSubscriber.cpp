@@ -40,10 +40,6 @@ int ZatPmcSubscriber::subscribeAll() {
 }
 
 bool ZatPmcSubscriber::processEvent(const zmq_pollitem_t& item) {
-    if (!impl->socket.owns(item)) {
-        return false;
-    }
-    impl->socket.receive(
-        [this](unsigned kind, Json::Value& payload) { dispatch(*this, kind, payload); });
-    return true;
+    return impl->socket.process(
+        item, [this](unsigned kind, Json::Value& payload) { dispatch(*this, kind, payload); });
 }
