@@ -86,8 +86,7 @@ bool NotificationSocket::receiveOne(const Dispatch& dispatch) {
         return false;
     }
     const std::optional<unsigned> kind = parseKind(kindFrame.to_string_view());
-    constexpr std::size_t kKindAndMessage = 2;
-    if (frames != kKindAndMessage) {
+    if (frames != 2) {
         drop("it does not have two frames");
     } else if (!kind) {
         drop("its kind is not a number");

@@ -6,10 +6,9 @@
 #include <cstddef>
 #include <initializer_list>
 
-/// Sending and receiving one message, of however many frames, so that a signal never tears it
-/// apart. Any call of the library may end with EINTR although there is nothing to wait for: a
-/// request half received would leave its rest to be taken for the next one, and a reply not sent
-/// would leave the socket waiting for it forever.
+/// One message, of any number of frames, sent or received whole. Any call of the library may end
+/// with EINTR, also one that does not wait. A message half received would be taken for two, and a
+/// REP socket whose reply was not sent takes no other request.
 namespace whole_message {
 
 template <typename Operation>
