@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 using std::chrono::milliseconds;
@@ -34,16 +35,20 @@ constexpr milliseconds kDisconnectLimit{200};
 /// How often a wait looks whether the service is still there.
 constexpr milliseconds kLookForService{20};
 
-/// Whether anything accepts a connection at `endpoint`, "tcp://" and a numeric address. The library
-/// does not tell: it tries again in silence. An absent service must cost no wait, or a flood of
-/// requests adds the waits up.
+/// Whether anything accepts a connection at `endpoint`; true where that cannot be told, which is
+/// where it is not "tcp://" and a numeric address. The library does not tell: it tries again in
+/// silence. An absent service must cost no wait, or a flood of requests adds the waits up.
 bool somebodyListens(const std::string& endpoint) {
-    const std::size_t host = endpoint.find("//") + 2;
+    constexpr std::string_view kTcp = "tcp://";
     const std::size_t colon = endpoint.rfind(':');
     sockaddr_in address{};
     address.sin_family = AF_INET;
+    if (!endpoint.starts_with(kTcp) ||
+        ::inet_pton(AF_INET, endpoint.substr(kTcp.size(), colon - kTcp.size()).c_str(),
+                    &address.sin_addr) != 1) {
+        return true;
+    }
     address.sin_port = htons(static_cast<std::uint16_t>(std::stoul(endpoint.substr(colon + 1))));
-    ::inet_pton(AF_INET, endpoint.substr(host, colon - host).c_str(), &address.sin_addr);
     const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     pollfd item{probe, POLLOUT, 0};
