@@ -37,8 +37,8 @@ class Watch(Process):
 class PlayedService:
     """A command interface; `answer(command_id)` gives the reply's bytes, or None for silence."""
 
-    def __init__(self, answer):
-        self.endpoint = f"tcp://127.0.0.1:{free_port()}"
+    def __init__(self, answer, endpoint=None):
+        self.endpoint = endpoint or f"tcp://127.0.0.1:{free_port()}"
         self.requests = []
         self._socket = bind(zmq.ROUTER, self.endpoint)
         self._ended = threading.Event()

@@ -25,7 +25,7 @@ INCLUDES = {
     "app": ["app", "handler", "platform/api"],
     # Companions speak the messages; they are no part of the service, nor is it a part of them.
     "tools": ["tools", *RECORDS, *VOCABULARY],
-    "gateway": ["gateway", "tools/client", "tools/signals", *RECORDS, *VOCABULARY],
+    "gateway": ["gateway", "tools/client", "platform/api/Logger.hpp", *RECORDS, *VOCABULARY],
     "bench": ["bench", PROTOCOL],
     "tests": ["tests", "app", "handler", "publisher", "platform/api", "tools", *RECORDS],
     # The implementation that comes with the service is tested as such here, and only here.

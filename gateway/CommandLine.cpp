@@ -1,0 +1,111 @@
+#include "gateway/CommandLine.hpp"
+
+#include "platform/api/Logger.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+
+namespace gateway {
+namespace {
+
+constexpr int kUsageStatus = 2;
+
+bool isAddress(const std::string& text) {
+    std::array<unsigned char, sizeof(in6_addr)> ignored{};
+    return ::inet_pton(AF_INET, text.c_str(), ignored.data()) == 1 ||
+           ::inet_pton(AF_INET6, text.c_str(), ignored.data()) == 1;
+}
+
+ListenAddress listenAddress(const std::string& text) {
+    const auto colon = text.rfind(':');
+    ListenAddress result{text.substr(0, colon), 0};
+    if (result.address.starts_with('[') && result.address.ends_with(']')) {
+        result.address = result.address.substr(1, result.address.size() - 2);
+    }
+    if (colon == std::string::npos || !isAddress(result.address) ||
+        !CLI::detail::lexical_cast(text.substr(colon + 1), result.port)) {
+        throw CLI::ValidationError("--listen", text + " is no ADDRESS:PORT");
+    }
+    return result;
+}
+
+void checkSecurity(const Options& options, bool insecure) {
+    const bool isOpen = std::any_of(options.listen.begin(), options.listen.end(),
+                                    [](const ListenAddress& each) { return !each.isLoopback(); });
+    const bool hasAny =
+        !options.tlsCertificate.empty() || !options.tlsKey.empty() || !options.users.empty();
+    const bool hasAll =
+        !options.tlsCertificate.empty() && !options.tlsKey.empty() && !options.users.empty();
+    if (hasAny && !hasAll) {
+        throw CLI::ValidationError("--tls-cert", "--tls-key and --users go together with it");
+    }
+    if (isOpen && !hasAll && !insecure) {
+        throw CLI::ValidationError(
+            "--listen", "an address beyond loopback needs --tls-cert, --tls-key and --users, or "
+                        "--insecure");
+    }
+    if (hasAll && (!isOpen || insecure)) {
+        throw CLI::ValidationError("--tls-cert",
+                                   "it is for a --listen beyond loopback, without --insecure");
+    }
+}
+
+} // namespace
+
+bool ListenAddress::isLoopback() const {
+    return address == "::1" || address.starts_with("127.");
+}
+
+std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
+    Options options;
+    options.consumer = "tcp://127.0.0.1:5590";
+    options.logLevel = Logger::LOG_LEVEL_INF;
+    std::vector<std::string> listen = {"127.0.0.1:8580"};
+
+    CLI::App app("Gives what kaikla tells to browsers, scripts and monitoring.", "kaikla-gateway");
+    app.set_version_flag("--version", "kaikla-gateway " KAIKLA_VERSION);
+    app.add_option("--service", options.service, "The service's command interface")
+        ->type_name("ENDPOINT")
+        ->capture_default_str();
+    app.add_option("--consumer", options.consumer, "Where the service sends to")
+        ->type_name("ENDPOINT")
+        ->capture_default_str();
+    app.add_option("--listen", listen, "Where clients connect to; may be given several times")
+        ->type_name("ADDRESS:PORT")
+        ->capture_default_str();
+    app.add_option("--host", options.hosts, "A name of this host that clients may use")
+        ->type_name("NAME");
+    app.add_option("--tls-cert", options.tlsCertificate, "Certificate chain, PEM")
+        ->type_name("FILE");
+    app.add_option("--tls-key", options.tlsKey, "Its private key, PEM")->type_name("FILE");
+    app.add_option("--users", options.users, "Lines name:hash, hashed by openssl passwd -6")
+        ->type_name("FILE");
+    bool insecure = false;
+    app.add_flag("--insecure", insecure, "Listen beyond loopback without TLS and users");
+    app.add_flag("--session-metrics", options.sessionMetrics,
+                 "A metric for each of the first 200 sessions");
+    app.add_option("-L,--log", options.logFile, "Log into this file, too")->type_name("FILE");
+    app.add_option("-l,--log-level", options.logLevel, "2 errors, 3 warnings, 4 notices, 5 all")
+        ->type_name("LEVEL")
+        ->check(CLI::Range(0, static_cast<int>(Logger::kLevelMask)))
+        ->capture_default_str();
+
+    try {
+        app.parse(argc, argv);
+        for (const std::string& text : listen) {
+            options.listen.push_back(listenAddress(text));
+        }
+        checkSecurity(options, insecure);
+    } catch (const CLI::ParseError& error) {
+        // Help and version count as parse errors with the code 0.
+        exitStatus = app.exit(error) == 0 ? 0 : kUsageStatus;
+        return std::nullopt;
+    }
+    return options;
+}
+
+} // namespace gateway

@@ -1,0 +1,214 @@
+#include "gateway/Monitors.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace gateway {
+namespace {
+
+constexpr std::chrono::seconds kHold{3};
+constexpr const char* kOverall = "overall";
+constexpr const char* kLinks = "links";
+constexpr const char* kSynchronization = "synchronization";
+
+std::string sessionName(std::uint64_t id) {
+    return "session/" + std::to_string(id);
+}
+
+const char* word(const std::string& name, Health health) {
+    const bool isLinks = name == kLinks;
+    switch (health) {
+    case Health::healthy:
+        return isLinks ? "all-up" : "healthy";
+    case Health::partiallyHealthy:
+        return isLinks ? "some-down" : "partially-healthy";
+    case Health::unhealthy:
+        return isLinks ? "all-down" : "unhealthy";
+    case Health::unknown:
+        break;
+    }
+    return name == kSynchronization ? "not-used" : "inactive";
+}
+
+Monitors::Verdict linksVerdict(const DeviceState& device) {
+    std::string down;
+    std::size_t downCount = 0;
+    for (const auto& [name, port] : device.ports()) {
+        if (!port["up"].asBool()) {
+            down += (downCount++ == 0 ? "" : ", ") + name;
+        }
+    }
+    if (device.ports().empty()) {
+        return {Health::unknown, "no port has been reported"};
+    }
+    if (downCount == 0) {
+        return {Health::healthy, "every port is up"};
+    }
+    return {downCount == device.ports().size() ? Health::unhealthy : Health::partiallyHealthy,
+            "down: " + down};
+}
+
+Monitors::Verdict synchronizationVerdict(const DeviceState& device, Clock::time_point now) {
+    constexpr std::chrono::seconds kUnsettled{10};
+    const Json::Value& ptp = device.ptp();
+    if (ptp.isNull()) {
+        return {Health::unknown, "no PTP status has been reported"};
+    }
+    if (!ptp["locked"].asBool()) {
+        return {Health::unhealthy, "PTP is not locked"};
+    }
+    const Json::Value& ports = ptp["ports"];
+    const bool hasSlave = std::any_of(ports.begin(), ports.end(), [](const Json::Value& port) {
+        return port["state"].asString() == "SLAVE";
+    });
+    if (!hasSlave) {
+        return {Health::partiallyHealthy, "PTP is locked, but no port is SLAVE"};
+    }
+    if (device.grandmasterChanges() > 0 && now - device.grandmasterChanged() < kUnsettled) {
+        return {Health::partiallyHealthy, "the grandmaster has just changed"};
+    }
+    return {Health::healthy, "PTP is locked"};
+}
+
+Monitors::Verdict sessionVerdict(const DeviceState::Session& session) {
+    const auto& number = session.alarms.number;
+    if (session.worst.empty()) {
+        return {Health::healthy, "no alarm"};
+    }
+    const bool isSerious =
+        number[AlarmCounts::critical] + number[AlarmCounts::major] + number[AlarmCounts::other] > 0;
+    return {isSerious ? Health::unhealthy : Health::partiallyHealthy, session.worst};
+}
+
+} // namespace
+
+DeviceState::Changes Monitors::update(const DeviceState& device,
+                                      const DeviceState::Changes& changes, Clock::time_point now) {
+    DeviceState::Changes shown;
+    if (!device.known()) {
+        return shown;
+    }
+    show(kLinks, links, linksVerdict(device), now, kHold, shown);
+    show(kSynchronization, synchronization, synchronizationVerdict(device, now), now, kHold, shown);
+    updateSessions(device, changes, now, shown);
+    // The others have held back what is better already.
+    show(kOverall, overall, worst(), now, Clock::duration::zero(), shown);
+    isFirst = false;
+    return shown;
+}
+
+void Monitors::updateSessions(const DeviceState& device, const DeviceState::Changes& changes,
+                              Clock::time_point now, DeviceState::Changes& shown) {
+    std::set<std::uint64_t> due = recovering;
+    for (const Change& change : changes) {
+        if (change.kind == "session") {
+            due.insert(std::stoull(change.data["session"]["id"].asString()));
+        } else if (change.kind == "session-removed") {
+            due.insert(std::stoull(change.data["id"].asString()));
+        }
+    }
+    for (const std::uint64_t id : due) {
+        const auto session = device.sessions().find(id);
+        recovering.erase(id);
+        if (session == device.sessions().end()) {
+            sessions.erase(id);
+            continue;
+        }
+        Monitor& monitor = sessions[id];
+        show(sessionName(id), monitor, sessionVerdict(session->second), now, kHold, shown);
+        if (monitor.betterSince) {
+            recovering.insert(id);
+        }
+    }
+}
+
+Health Monitors::sessionHealth(std::uint64_t id) const {
+    const auto found = sessions.find(id);
+    return found == sessions.end() ? Health::unknown : found->second.shown.health;
+}
+
+Json::Value Monitors::words() const {
+    Json::Value json;
+    json[kOverall] = word(kOverall, overall.shown.health);
+    json[kLinks] = word(kLinks, links.shown.health);
+    json[kSynchronization] = word(kSynchronization, synchronization.shown.health);
+    for (const auto& [id, monitor] : sessions) {
+        json[sessionName(id)] = word("", monitor.shown.health);
+    }
+    return json;
+}
+
+Json::Value Monitors::details() const {
+    Json::Value list(Json::arrayValue);
+    list.append(toJson(kOverall, overall));
+    list.append(toJson(kLinks, links));
+    list.append(toJson(kSynchronization, synchronization));
+    for (const auto& [id, monitor] : sessions) {
+        list.append(toJson(sessionName(id), monitor));
+    }
+    return list;
+}
+
+Json::Value Monitors::toJson(const std::string& name, const Monitor& monitor) {
+    Json::Value json;
+    json["name"] = name;
+    json["status"] = word(name, monitor.shown.health);
+    json["message"] = monitor.shown.message;
+    json["transitions"] = Json::UInt64{monitor.transitions};
+    json["since"] = monitor.since;
+    return json;
+}
+
+void Monitors::show(const std::string& name, Monitor& monitor, Verdict verdict,
+                    Clock::time_point now, Clock::duration hold,
+                    DeviceState::Changes& shown) const {
+    const Health before = monitor.shown.health;
+    if (verdict.health < before && verdict.health != Health::unknown) {
+        if (!monitor.betterSince) {
+            monitor.betterSince = now;
+        }
+        if (now - *monitor.betterSince < hold) {
+            return;
+        }
+    }
+    monitor.betterSince.reset();
+    if (verdict == monitor.shown) {
+        return;
+    }
+    if (verdict.health > before && before != Health::unknown) {
+        ++monitor.transitions;
+    }
+    if (verdict.health != before) {
+        monitor.since = isFirst ? Json::Value() : Json::Value(timeText(WallClock::now()));
+    }
+    monitor.shown = std::move(verdict);
+    shown.push_back({"monitor", toJson(name, monitor)});
+}
+
+Monitors::Verdict Monitors::worst() const {
+    Verdict result = links.shown;
+    std::string name = kLinks;
+    if (synchronization.shown.health > result.health) {
+        result = synchronization.shown;
+        name = kSynchronization;
+    }
+    for (const auto& [id, monitor] : sessions) {
+        if (monitor.shown.health > result.health) {
+            result = monitor.shown;
+            name = sessionName(id);
+        }
+    }
+    switch (result.health) {
+    case Health::unknown:
+        result.message = "nothing has been reported";
+        break;
+    case Health::healthy:
+        result.message = "everything is well";
+        break;
+    default:
+        result.message = name + ": " + result.message;
+    }
+    return result;
+}
+
+} // namespace gateway

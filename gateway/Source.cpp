@@ -1,0 +1,59 @@
+#include "gateway/Source.hpp"
+
+#include "platform/api/Logger.hpp"
+
+namespace gateway {
+namespace {
+
+constexpr std::chrono::seconds kAnswerLimit{10};
+/// One that has just been connected is given time for its first answer.
+constexpr std::chrono::seconds kFirstAnswerLimit{2};
+
+const char* word(SourceState state) {
+    switch (state) {
+    case SourceState::live:
+        return "live";
+    case SourceState::heldUp:
+        return "held-up";
+    case SourceState::lost:
+        break;
+    }
+    return "lost";
+}
+
+} // namespace
+
+void Source::update(std::optional<Clock::duration> waiting) {
+    SourceState state = shownState == SourceState::heldUp ? shownState : SourceState::lost;
+    if (!waiting) {
+        state = SourceState::lost;
+    } else if (*waiting > kFirstAnswerLimit) {
+        state = SourceState::heldUp;
+    }
+    if (lastAnswer && Clock::now() - *lastAnswer < kAnswerLimit) {
+        state = SourceState::live;
+    }
+    if (state == shownState) {
+        return;
+    }
+    shownState = state;
+    stateSince = WallClock::now();
+    Logger::log(state == SourceState::live ? Logger::LOG_LEVEL_NTF : Logger::LOG_LEVEL_WRN,
+                "the service is %s", word(state));
+    changed();
+}
+
+Json::Value Source::toJson() const {
+    Json::Value json;
+    json["state"] = word(shownState);
+    json["since"] = timeText(stateSince);
+    json["age_ms"] = Json::Value();
+    if (lastContact) {
+        const auto age =
+            std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - *lastContact);
+        json["age_ms"] = Json::Int64{age.count()};
+    }
+    return json;
+}
+
+} // namespace gateway

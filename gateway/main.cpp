@@ -1,0 +1,48 @@
+#include "gateway/CommandLine.hpp"
+#include "gateway/Gateway.hpp"
+#include "platform/api/Logger.hpp"
+#include "tools/client/Failure.hpp"
+
+#include <sys/resource.h>
+
+#include <cstdlib>
+#include <exception>
+
+namespace {
+
+constexpr int kUsageStatus = 2;
+
+/// A thousand clients need more descriptors than a process is given at first.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        (void)::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    int exitStatus = EXIT_SUCCESS;
+    const std::optional<gateway::Options> options =
+        gateway::readCommandLine(argc, argv, exitStatus);
+    if (!options) {
+        return exitStatus;
+    }
+    const unsigned toFile = options->logFile.empty() ? 0 : Logger::kToFile;
+    Logger::createLogger(static_cast<unsigned>(options->logLevel) | Logger::kToStandardError |
+                             toFile,
+                         options->logFile, "kaikla-gateway");
+    raiseDescriptorLimit();
+    try {
+        gateway::Gateway(*options).run();
+        return EXIT_SUCCESS;
+    } catch (const client::Failure& failure) {
+        Logger::log(Logger::LOG_LEVEL_ERR, "%s", failure.what());
+        return kUsageStatus;
+    } catch (const std::exception& error) {
+        Logger::log(Logger::LOG_LEVEL_ERR, "%s", error.what());
+        return EXIT_FAILURE;
+    }
+}

@@ -1,0 +1,130 @@
+// The page: one state, drawn at most once a frame.
+import {Events} from './events.js';
+import {Feed} from './feed.js';
+import {Ptp} from './ptp.js';
+import {Sessions} from './sessions.js';
+import {State} from './state.js';
+import {SIGNS, classOf, element, levelOf, since, speed} from './words.js';
+
+const BEHIND_SHOWN_MS = 5000;
+// What the service itself has just told.
+const OF_THE_DEVICE = new Set(['session', 'ptp', 'port', 'port-removed', 'device']);
+
+const state = new State();
+const ptp = new Ptp();
+const events = new Events();
+const sessions = new Sessions(() => redraw());
+const byId = (id) => document.getElementById(id);
+
+let connected = false;
+let heard = null;
+let behindUntil = 0;
+let isDrawPlanned = false;
+
+function redraw() {
+  if (isDrawPlanned) return;
+  isDrawPlanned = true;
+  requestAnimationFrame(() => {
+    isDrawPlanned = false;
+    draw();
+  });
+}
+
+// Announced by screen readers: only touched when it says something else.
+function say(target, text, className) {
+  if (target.textContent !== text) target.textContent = text;
+  if (className !== undefined && target.className !== className) target.className = className;
+}
+
+function drawHeader() {
+  const overall = state.monitors.get('overall');
+  const status = state.known ? overall?.status ?? 'inactive' : 'unknown';
+  const level = levelOf(status);
+  say(byId('overall'), `${SIGNS[level]} ${status}`, `health ${classOf(level)}`);
+  say(byId('device'), state.device ?? '');
+  say(byId('reason'), overall?.message ?? '');
+  const levels = [...state.sessions.keys()].map((id) => levelOf(state.monitors.get(`session/${id}`)?.status));
+  const healthy = levels.filter((each) => each === 'good').length;
+  const not = levels.length - healthy;
+  say(byId('summary'), `links ${state.monitors.get('links')?.status ?? '–'} · `
+    + `synchronisation ${state.monitors.get('synchronization')?.status ?? '–'} · `
+    + `sessions ${healthy} healthy${not ? `, ${not} not` : ''}`);
+  document.title = `${SIGNS[level]} ${status} – kaikla`;
+}
+
+function drawConnection() {
+  const target = byId('connection');
+  const source = state.source?.state ?? 'lost';
+  const sentence = {'held-up': 'source held up: the service waits for another consumer',
+    lost: 'source lost: the service is not there'};
+  let name = source;
+  let text = sentence[source] ?? 'live';
+  if (!connected) [name, text] = ['reconnecting', 'reconnecting'];
+  else if (source === 'live' && Date.now() < behindUntil) {
+    [name, text] = ['behind', 'behind: events were missed, the state is whole again'];
+  }
+  if (target.dataset.state !== name) target.dataset.state = name;
+  const age = heard && state.source?.age_ms != null
+    ? (Date.now() - heard + state.source.age_ms) / 1000 : null;
+  const old = age === null ? '' : `, ${age < 10 ? age.toFixed(1) : Math.round(age)} s old`;
+  target.replaceChildren(element('span', {}, text), element('span', {ariaLive: 'off'}, old));
+}
+
+function drawPorts() {
+  const body = document.querySelector('#ports tbody');
+  const rows = [...state.ports.values()].map((port) => element('tr', {},
+    element('th', {scope: 'row'}, port.name),
+    element('td', {className: port.up ? 'up' : 'bad'}, port.up ? `${SIGNS.good} up` : `${SIGNS.bad} DOWN`),
+    element('td', {}, speed(port.speed_mbps)), element('td', {}, port.ip),
+    element('td', {}, port.sfp ? `${port.sfp.temperature_c} °C` : ''),
+    element('td', {className: 'quiet'}, since(port.since, state.started))));
+  body.replaceChildren(...(rows.length ? rows : [element('tr', {}, element('td', {}, 'no port has been reported'))]));
+}
+
+function draw() {
+  drawHeader();
+  drawConnection();
+  ptp.draw(state);
+  drawPorts();
+  sessions.draw(state);
+  events.draw();
+}
+
+async function fetchMonitors() {
+  const answer = await fetch('/api/v1/monitors');
+  if (answer.ok) state.takeMonitors((await answer.json()).monitors);
+  redraw();
+}
+
+function take({kind, data, received, connected: isConnected}) {
+  if (kind === undefined) {
+    connected = isConnected;
+  } else {
+    events.take(kind, data, state);
+    state.apply(kind, data);
+    if (data.source) heard = received;
+    else if (state.source && OF_THE_DEVICE.has(kind)) [heard, state.source.age_ms] = [received, 0];
+    if (kind === 'resync') behindUntil = Date.now() + BEHIND_SHOWN_MS;
+    if (kind === 'snapshot') {
+      fetchMonitors().catch(() => {});
+      ptp.fetch(3600).catch(() => {});
+    }
+  }
+  redraw();
+}
+
+function connect() {
+  if (typeof SharedWorker === 'undefined') {
+    const {port1, port2} = new MessageChannel();
+    new Feed().add(port2);
+    return port1;
+  }
+  return new SharedWorker(new URL('./worker.js', import.meta.url), {type: 'module'}).port;
+}
+
+const port = connect();
+port.onmessage = ({data}) => take(data);
+addEventListener('pagehide', () => port.postMessage('bye'));
+addEventListener('pageshow', ({persisted}) => { if (persisted) location.reload(); });
+setInterval(drawConnection, 500);
+setInterval(() => ptp.fetch(15).catch(() => {}), 10_000);
