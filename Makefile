@@ -17,7 +17,7 @@ SHELL := /bin/bash
 .SHELLFLAGS := -o pipefail -c
 
 .DEFAULT_GOAL := build
-.PHONY: help setup setup-test setup-ci setup-package setup-bench setup-fuzz build demo test \
+.PHONY: help setup setup-test setup-ci setup-package setup-bench setup-fuzz build demo show test \
         sanitize valgrind torture fuzz bench format lint format-check shellcheck tidy package \
         package-test test-on cross-test install clean
 
@@ -33,6 +33,9 @@ build: setup ## Build the programs into build/bin (the default)
 
 demo: build ## Play a device's day: simulated device, service and one consumer
 	@tools/demo/demo build/bin
+
+show: build ## Play a device's day again and again, and look at it in a browser
+	@tools/demo/demo build/bin show
 
 # The tests in Python mostly wait, so that there are more of them at a time than processors.
 PYTEST = KAIKLA_BIN=$(BUILD)/bin PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m pytest

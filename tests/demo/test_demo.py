@@ -3,9 +3,11 @@
 import json
 import os
 import pathlib
+import re
 import signal
 import socket
 import subprocess
+import urllib.request
 
 import pytest
 
@@ -20,9 +22,9 @@ COURSE = [
 ]
 
 
-def start(directory):
+def start(directory, *mode):
     """The demo in a process group of its own, as a terminal runs it."""
-    return subprocess.Popen([ROOT / "tools/demo/demo", BIN], start_new_session=True, text=True,
+    return subprocess.Popen([ROOT / "tools/demo/demo", BIN, *mode], start_new_session=True, text=True,
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                             env={**os.environ, "TMPDIR": str(directory)})
 
@@ -76,3 +78,12 @@ def test_the_demo_leaves_a_running_service_alone(service, tmp_path):
     status, _, error = finish(start(tmp_path), tmp_path)
     assert status == 1 and error.startswith(f"demo: {COMMAND_ENDPOINT} is taken: another kaikla")
     assert service.consumers() == []
+
+
+def test_the_day_can_be_looked_at_until_an_interrupt(tmp_path):
+    show = start(tmp_path, "show")
+    address = re.search(r"http://\S+?/", show.stdout.readline())[0]
+    with urllib.request.urlopen(address + "readyz") as answer:
+        assert answer.status == 200
+    os.killpg(show.pid, signal.SIGINT)
+    assert finish(show, tmp_path)[::2] == (0, "")
