@@ -78,9 +78,3 @@ def test_times_the_way_through_the_subject():
     status, result, _ = run_load("--seconds", "0", "--latency", "0.5", delay=0.02)
     assert status == 0, result
     assert 20_000 <= result["latency_p50_us"] < 100_000
-
-
-@pytest.mark.parametrize("words", [["--consumer-count", "3"], ["--consumers", "three"],
-                                   ["--window", "0"]])
-def test_refuses_an_option_that_it_does_not_know(words):
-    assert peers.run("kaikla-load", *words).returncode == 2

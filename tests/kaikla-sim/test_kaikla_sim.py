@@ -39,9 +39,9 @@ class Sim(peers.Process):
         assert self.process.stdout.readline() == "kaikla-sim: the scenario has been played\n"
 
 
-def subscriber(service, topic=b"", hwm=0):
+def subscriber(service, topic=b""):
     created = CONTEXT.socket(zmq.SUB)
-    created.rcvhwm, created.rcvtimeo = hwm, int(TIMEOUT * 1000)
+    created.rcvhwm, created.rcvtimeo = 0, int(TIMEOUT * 1000)
     created.connect(ENDPOINTS[service])
     created.subscribe(topic)
     return created
@@ -54,6 +54,11 @@ def receive(source, count):
     return messages
 
 
+def cpu_seconds(pid):
+    with open(f"/proc/{pid}/stat", encoding="ascii") as stat:
+        return sum(map(int, stat.read().rpartition(")")[2].split()[11:13])) / 100
+
+
 def ask_node(*frames):
     with CONTEXT.socket(zmq.REQ) as requester:
         requester.rcvtimeo = int(TIMEOUT * 1000)
@@ -62,45 +67,40 @@ def ask_node(*frames):
         return json.loads(requester.recv())
 
 
-@pytest.mark.parametrize("options, status", [
-    ("--help", 0), ("--version", 0), ("--unknown", 2), ("positional", 2), ("--speed 0", 2),
-    ("--speed -1", 2), ("--speed nan", 2), ("--speed fast", 2), ("--device-id=", 2),
-    ("--scenario", 2), ("record", 2), ("record a b", 2), ("--loop --exit-at-end", 2),
-    ("--speed 2 record /dev/null", 2), ("--scenario /absent", 1), ("--scenario /", 1),
-    ("record /absent/file", 1), ("record /dev/full", 1), ("--loop --scenario /dev/null", 1),
+@pytest.mark.parametrize("status, table", [
+    (0, "--help, --version"),
+    (1, "--scenario /absent, --scenario /, record /absent/file, record /dev/full,"
+     "--loop --scenario /dev/null"),
+    (2, "--unknown, positional, --speed 0, --speed -1, --speed nan, --speed fast, --device-id=,"
+     "--scenario, record, record a b, --loop --exit-at-end, --speed 2 record /dev/null"),
 ])
-def test_exit_status(options, status):
-    ended = run("kaikla-sim", *options.split())
-    assert ended.returncode == status
-    assert (ended.stderr == "") == (status == 0)
+def test_exit_status(status, table):
+    for options in table.split(","):
+        ended = run("kaikla-sim", *options.split())
+        assert (options, ended.returncode, ended.stderr == "") == (options, status, status == 0)
 
 
 @pytest.mark.parametrize("text, reason", [
     ("hello", "not JSON"),
     ('{"at_ms": 600, "service": "ptp", "kind": 1000}', '"payload" is missing'),
-    ('{"at_ms": 6, "service": "ptp", "kind": 1000, "payload": {}, "not\\nnow": 1}',
-     r'no such key as "not\nnow"'),
+    ('{"a\\n": 1}', r'no such key as "a\n"'),
     *[(line("ptp", 1000, {}, at), '"at_ms" must be') for at in (-1, 600.5, "600", 31536000001)],
     (line("ptp", 1000, {}, 499), "goes back from 500 to 499"),
     (line("nmos", 1000, {}, 600), '"service" must be'),
-    (line(1, 1000, {}, 600), '"service" must be'),
     (line("ptp", 1003, {}, 600), '"ptp" has no kind 1003'),
-    (line("ptp", "1000", {}, 600), '"kind" must be'),
     (line("ptp", 1000, [], 600), '"payload" must be an object'),
     (line("session", 1003, {"session": 7}, 600), 'kind 1003 (session status) has no "id"'),
     # Each kind is read with the record that receivers read it with.
     *[(line(service, kind, payload, 600), f"kind {kind} ({name}) cannot be decoded")
       for service, kind, name, payload in (
           ("session", 1000, "new session", {"id": 1, "audio": [{"id": "x"}]}),
-          ("session", 1001, "removed session", {"id": -1}),
           ("session", 1003, "session status", {"id": 1, "alarms": [{"type": "high"}]}),
           ("session", 1005, "advertisement update", {"id": 1, "sdp": []}),
           ("system", 1001, "dynamic-information update", {"eths": [{"name": {}}]}),
           ("ptp", 1000, "PTP status change", {"offset_ns": "far"}),
           ("ptp", 1001, "PTP configuration change", {"ports": [{"portNumber": []}]}))],
     # It fits a line, but not a notification, in which each character is escaped.
-    (line("system", 1000, {"text": "?"}, 600).replace("?", "é" * (MIB // 4)),
-     "the notification would be"),
+    (line("ptp", 1000, {"": "?"}, 600).replace("?", "é" * (MIB // 4)), "notification would be"),
 ], ids=lambda value: value[:60])
 def test_a_mistake_is_refused_with_file_line_and_reason(tmp_path, text, reason):
     scenario = tmp_path / "day"
@@ -111,20 +111,19 @@ def test_a_mistake_is_refused_with_file_line_and_reason(tmp_path, text, reason):
     assert reason in refused.stderr and refused.stderr.count("\n") == 1
 
 
-# The events with a text are the state in the end.
-HISTORY = "".join([
-    session(1000, 4), session(1003, 4), session(1002, 4), session(1000, 1, text="one"),
-    session(1003, 1), session(1000, 2, text="two"), session(1003, 2, text="status two"),
-    session(1002, 1, text="configuration"), session(1003, 1, text="later status"),
-    session(1000, 3), session(1003, 3), session(1002, 3), session(1004, 3, text="advertised"),
-    session(1001, 3), session(1001, 99), session(1000, 4, text="anew"),
-    session(1004, 4), session(1005, 4), session(1006, 4),
-    line("system", 1000, {"text": "parameter"}), line("system", 1001, {}),
-    line("system", 1002, {}), line("system", 1003, {"text": "list"}),
-    line("system", 1001, {"text": "ports"}),
-    line("ptp", 1001, {}), line("ptp", 1000, {"text": "status"}),
-    line("ptp", 1001, {"text": "configured"}),
-])
+# Service, kind, id and text of each event; those with a text are the state in the end.
+HISTORY = "".join(
+    line(service, kind, {"id": identity, "text": text}) for service, events in {
+        "session": [
+            (1000, 4, ""), (1003, 4, ""), (1002, 4, ""), (1000, 1, "one"), (1003, 1, ""),
+            (1000, 2, "two"), (1003, 2, "status two"), (1002, 1, "configuration"),
+            (1003, 1, "later status"), (1000, 3, ""), (1003, 3, ""), (1002, 3, ""),
+            (1004, 3, "advertised"), (1001, 3, ""), (1001, 99, ""), (1000, 4, "anew"),
+            (1004, 4, ""), (1005, 4, ""), (1006, 4, "")],
+        "system": [(1000, 0, "parameter"), (1001, 0, ""), (1002, 0, ""), (1003, 0, "list"),
+                   (1001, 0, "ports")],
+        "ptp": [(1001, 0, ""), (1000, 0, "status"), (1001, 0, "configured")],
+    }.items() for kind, identity, text in events)
 
 
 @pytest.mark.parametrize("service, topic, state", [
@@ -144,13 +143,10 @@ def test_a_late_subscriber_receives_the_state(tmp_path, service, topic, state):
 def test_many_sessions_take_time_in_proportion_and_none_is_dropped(tmp_path):
     count = 30_000
     with Sim(tmp_path, "".join(session(1003, i) for i in range(count))) as sim:
-        def ticks():
-            with open(f"/proc/{sim.pid}/stat", encoding="ascii") as stat:
-                return sum(map(int, stat.read().rpartition(")")[2].split()[11:13]))
-        ready = ticks()
+        ready = cpu_seconds(sim.pid)
         sim.wait_played()
-        # A second. A look at every session for every session takes five.
-        assert ticks() - ready < 100 * peers.SLOW
+        # A look at every session for every session takes five.
+        assert cpu_seconds(sim.pid) - ready < peers.SLOW
         receive(subscriber(SESSION), count)
 
 
@@ -161,7 +157,6 @@ DEFAULT = "2b1c7f0e-6d54-4c1b-9a37-5e0f8a64d210"
 
 @pytest.mark.parametrize("lines, options, device, names", [
     (PLACEHOLDER + session(1002, 1), [], DEFAULT, [DEFAULT, None]),
-    (session(1002, 1, device_id="recorded") + PLACEHOLDER, [], DEFAULT, ["recorded", DEFAULT]),
     (PLACEHOLDER + RECORDED, [], "recorded", ["recorded", "recorded"]),
     (PLACEHOLDER + RECORDED, ["--device-id", 'é"'], 'é"', ['é"', "recorded"]),
 ])
@@ -170,13 +165,10 @@ def test_the_device_has_one_id(tmp_path, lines, options, device, names):
         sim.wait_played()
         messages = receive(subscriber(SESSION), len(names))
         assert [message["payload"].get("device_id") for message in messages] == names
-        request = b'{"command_id":0,"command_name":"GET device info"}'
-        for wrong in ([b'{"command_id":1}'], [b"{}"], [b'{"command_id":0,"command_name":[]}'],
-                      [b"\0\xff"], [b" " * (MIB + 1)], [request, request]):
-            refused = ask_node(*wrong)
-            assert refused["result"] < 0 and refused["error"]
-        node = {"device": {"id": device, "label": "simulated device"}}
-        assert ask_node(request)["payload"] == node
+        request = b'{"command_id":0}'
+        for wrong in [b'{"command_id":1}'], [b'{"command_id":0,"command_name":[]}'], [request] * 2:
+            assert ask_node(*wrong)["result"] < 0
+        assert ask_node(request)["payload"]["device"]["id"] == device
 
 
 def test_plays_in_time(tmp_path):
@@ -185,17 +177,13 @@ def test_plays_in_time(tmp_path):
     with Sim(tmp_path, lines, "--speed", "0.5", "--exit-at-end") as sim:
         assert sim.wait() == 0
         assert time.monotonic() - start > 0.4
-    with Sim(tmp_path, lines, "--speed", "20", "--loop") as sim:
-        for _ in range(3):
-            sim.wait_played()
 
 
 def test_ends_on_a_signal_whatever_it_does(tmp_path):
-    with Sim(tmp_path, HISTORY) as sim:
-        sim.wait_played()
-        assert sim.stop(signal.SIGINT) == 0
     with Sim(tmp_path, session(1000, 1, at=1), "--loop", "--speed", "1e9") as sim:
-        assert sim.stop() == 0
+        for _ in range(3):
+            sim.wait_played()
+        assert sim.stop(signal.SIGINT) == 0
     # A scenario that never ends: once it is read, the program waits for more.
     with peers.Process("kaikla-sim", "--scenario", "/dev/stdin", stdin=subprocess.PIPE,
                        stdout=subprocess.PIPE) as sim:
@@ -204,12 +192,6 @@ def test_ends_on_a_signal_whatever_it_does(tmp_path):
         wait_until(lambda: not any(fcntl.ioctl(sim.process.stdin, termios.FIONREAD, b"\0" * 4)),
                    "the lines to be read")
         assert sim.stop() == 0 and sim.process.stdout.read() == b""
-    # A subscriber that has stalled.
-    with Sim(tmp_path, "".join(session(1004, i, sdp="x" * 100_000) for i in range(200))) as sim:
-        sim.wait_played()
-        assert (stalled := subscriber(SESSION, b"1004", hwm=1)).poll(TIMEOUT * 1000)
-        assert sim.stop() == 0
-        stalled.close()
 
 
 def test_says_in_one_sentence_that_a_port_is_taken():
@@ -249,36 +231,22 @@ def test_records_what_each_service_says_and_nothing_else(tmp_path, device, monke
     odd = {"device_id": "é\n", "id": 2**64 - 1, "real": -0.1, "unknown": [{}]}
     every = {SESSION: range(1000, 1007), SYSTEM: range(1000, 1004), PTP: range(1000, 1002)}
     monkeypatch.setattr(peers, "KINDS", every)
+    large = b'{"command_id":1004,"payload":{"sdp":"?"}}'.replace(b"?", b"\xc3\xa9" * (MIB // 4))
     with peers.Process("kaikla-sim", "record", recording) as recorder:
         device.wait_subscribed()
         for payload in odd, {"id": -1}, [], {"nmos_id": "whose?"}:
             device.send(SESSION, 1003, payload)
         for topic, *frames in (b"1003", b"not JSON"), (b"1003",), (b"1003", b"{}", b"{}"), \
-                (b"1003", b'{"command_id":1001,"payload":{"id":1}}'), \
-                (b"10035", b'{"command_id":10035,"payload":{}}'), \
-                (b"1004", b'{"command_id":1004,"payload":{"sdp":"?"}}'.replace(
-                    b"?", b"\xc3\xa9" * (MIB // 4))):
+                (b"1003", b'{"command_id":1001,"payload":{"id":1}}'), (b"1004", large), \
+                (b"10035", b'{"command_id":10035,"payload":{}}'):
             device.send_frames(SESSION, topic, *frames)
-        device.send(SESSION, 1001, {"id": 1})
-        wait_until(lambda: len(recording.read_text().splitlines()) == 3, "the removal")
-        device.send(PTP, 1000, {"locked": True})
-        device.send(SYSTEM, 1002, {})
-        wait_until(lambda: len(recording.read_text().splitlines()) == 5, "the lines")
+        for name, kind in (SESSION, 1001), (PTP, 1000), (SYSTEM, 1002):
+            device.send(name, kind, {"id": 1})
+            wait_until(lambda: f'"kind":{kind}' in recording.read_text(), "the line")
         assert recorder.stop() == 0
         said = recorder.log_text().splitlines()
     assert len(said) == 11 and said[-1] == "kaikla-sim: 4 notifications recorded"
     assert all("skipped what the session manager sent: " in each for each in said[1:-1])
     lines = [json.loads(each) for each in recording.read_text().splitlines()[1:]]
-    assert lines[0]["payload"] == odd
-    assert sorted((each["service"], each["kind"]) for each in lines) == [
-        ("ptp", 1000), ("session", 1001), ("session", 1003), ("system", 1002)]
-
-
-def test_a_recording_to_a_pipe_ends_with_its_reader(tmp_path):
-    command = f"set -o pipefail; {peers.BIN}/kaikla-sim record - | head -n 1"
-    record = subprocess.Popen(["bash", "-c", command], stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, text=True)
-    assert record.stdout.readline().startswith("# Recorded by kaikla-sim")
-    with Sim(tmp_path, session(1000, 1, at=1), "--loop"):
-        assert record.wait(TIMEOUT) == 1
-    assert "cannot write to standard output: Broken pipe" in record.stderr.read()
+    assert [each["payload"] for each in lines] == [odd] + 3 * [{"id": 1}]
+    assert [each["service"] for each in lines] == ["session", "session", "ptp", "system"]

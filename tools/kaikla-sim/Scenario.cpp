@@ -70,8 +70,8 @@ bool isBlankOrComment(const std::string& text) {
 /// Makes a scenario, line by line. All lines as JSON at once would take too much memory.
 class ScenarioReader {
 public:
-    ScenarioReader(const std::string& scenarioName, const std::optional<std::string>& givenDeviceId)
-        : name(scenarioName), deviceId(givenDeviceId) {}
+    ScenarioReader(std::string scenarioName, std::optional<std::string> givenDeviceId)
+        : name(std::move(scenarioName)), deviceId(std::move(givenDeviceId)) {}
 
     void take(const std::string& text) {
         ++lineNumber;
@@ -139,7 +139,7 @@ private:
         }
     }
 
-    const std::string& name;
+    std::string name;
     std::optional<std::string> deviceId;
     std::size_t lineNumber = 0;
     Scenario scenario;
