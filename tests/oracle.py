@@ -204,16 +204,16 @@ class Model:
     def _log(self, line):
         self.lines.append(re.sub(r"[\0-\x1f\x7f-\x9f]", _escaped, line))
 
-    def _chk(self, signature, code):
+    def _chk(self, operation, code, kind="virtual int"):
         """Logs a negative code; returns it, whatever it is."""
         if code < 0:
-            self._log(f"ERR CHK({signature})::# Error Code {code}")
+            self._log(f"ERR CHK({kind} WebNotifierHandler::{operation})::# Error Code {code}")
         return code
 
     def _new_session(self, payload):
-        signature = "virtual int WebNotifierHandler::avmgrNotifyNewSessionEvent(SessionConfigData&)"
+        operation = "avmgrNotifyNewSessionEvent(SessionConfigData&)"
         self._log(f"INF avmgrNotifyNewSessionEvent:: session {_as_signed(payload.get('id'))}")
-        if self._chk(signature, self._make_sure_of_device_id()) < 0:
+        if self._chk(operation, self._make_sure_of_device_id()) < 0:
             return
         streams = [*payload.get("audio", []), *payload.get("video", [])]
         status = {
@@ -222,7 +222,7 @@ class Model:
             "device_id": self.device_id,
             "stream": [{"id": stream.get("id")} for stream in streams],
         }
-        self._chk(signature, self._session_status(status))
+        self._chk(operation, self._session_status(status))
 
     def _session_status(self, payload):
         status = _STATUS.read(payload)
@@ -233,11 +233,8 @@ class Model:
         self._forget(status["id"])
         self.device_id = status["device_id"]
         self.sessions.append(status)
-        code = self._chk(
-            "virtual int WebNotifierHandler::avmgrNotifyUpdateSessionStatusEvent("
-            "SessionStatusData&)",
-            self._make_sure_of_device_id(),
-        )
+        operation = "avmgrNotifyUpdateSessionStatusEvent(SessionStatusData&)"
+        code = self._chk(operation, self._make_sure_of_device_id())
         if code == 0:
             self._publish(1, "status-session", status)
         return code
@@ -252,8 +249,7 @@ class Model:
     def _ptp_status(self, payload):
         self._log("INF zatPmcPtpStatusChangeEvent:: PTP changed")
         self.ptp = _PTP.read(payload)
-        signature = "virtual int WebNotifierHandler::zatPmcPtpStatusChangeEvent(PtpCommonInfo&)"
-        self._chk(signature, self._publish_all())
+        self._chk("zatPmcPtpStatusChangeEvent(PtpCommonInfo&)", self._publish_all())
 
     def _ptp_configuration(self, payload):
         self._log("INF zatPmcPtpConfigChangeEvent:: PTP changed")
@@ -264,8 +260,7 @@ class Model:
             for port in self.ptp.get("ports", []):
                 if port["portNumber"] == wanted["portNumber"]:
                     port.update({key: wanted[key] for key in keys(_PORT_SETTINGS)})
-        signature = "virtual int WebNotifierHandler::zatPmcPtpConfigChangeEvent(ZatPmcPtpCfg&)"
-        self._chk(signature, self._publish_all())
+        self._chk("zatPmcPtpConfigChangeEvent(ZatPmcPtpCfg&)", self._publish_all())
 
     def _dynamic_information(self, payload):
         eths = _ETHS.read(payload.get("eths"))
@@ -278,8 +273,7 @@ class Model:
             return
         self._log("DBG notifyDynamicInfoUpdate:: information did change")
         self.eths = eths
-        signature = "virtual int WebNotifierHandler::notifyDynamicInfoUpdate(SysParametersDynamic&)"
-        self._chk(signature, self._publish_all())
+        self._chk("notifyDynamicInfoUpdate(SysParametersDynamic&)", self._publish_all())
 
     def _make_sure_of_device_id(self):
         if self.device_id:
@@ -287,15 +281,15 @@ class Model:
         self._log("INF checkIfDeviceIdIsDefined:: device id is not defined. asking for it.")
         answer = self.node()
         if answer is None:
-            return self._chk("int WebNotifierHandler::checkIfDeviceIdIsDefined()", UNREACHABLE)
+            return self._chk("checkIfDeviceIdIsDefined()", UNREACHABLE, "int")
         self.asked += 1
         self.device_id = answer
         self._log(f"INF checkIfDeviceIdIsDefined:: {self.device_id}")
         return 0
 
     def _publish_all(self, address=""):
-        signature = "int WebNotifierHandler::publishAllDeviceStatus(std::string)"
-        code = self._chk(signature, self._make_sure_of_device_id())
+        operation = "publishAllDeviceStatus(std::string)"
+        code = self._chk(operation, self._make_sure_of_device_id(), "int")
         if code == 0:
             self._publish(0, "status-all", self.document(), address)
         return code
