@@ -7,6 +7,7 @@ import re
 import signal
 import socket
 import subprocess
+import time
 import urllib.request
 
 import pytest
@@ -60,7 +61,9 @@ def test_the_demo_can_be_interrupted(tmp_path, moment, number, send):
     wait_until(lambda: list(tmp_path.iterdir()), "the files that have to be removed")
     while moment and moment not in demo.stdout.readline():
         assert demo.poll() is None
-    send(demo.pid, number)
+    while demo.poll() is None:  # bash misses a Ctrl-C at the moment when a command ends
+        send(demo.pid, number)
+        time.sleep(1)
     assert finish(demo, tmp_path)[0] == 128 + number
 
 

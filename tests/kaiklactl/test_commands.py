@@ -103,7 +103,7 @@ def on_terminal(**environment):
     """The status as a terminal gets it."""
     ours, theirs = pty.openpty()
     variables = {**os.environ, "TERM": "xterm", "NO_COLOR": "", **environment}
-    assert subprocess.run([BIN / "kaiklactl", "status"], stdout=theirs, env=variables).returncode == 0
+    subprocess.run([BIN / "kaiklactl", "status"], stdout=theirs, env=variables, check=True)
     text = os.read(ours, 4096).decode().replace("\r\n", "\n")
     os.close(ours)
     os.close(theirs)

@@ -59,8 +59,9 @@ STORY = [
      "port eth2 new, state 7; port eth0 gone; port eth1 gone"),
     (session(8, {"id": 1}, {"id": 2}, {"id": 3}), "session 8 new (3 streams)"),
     (session(8, {"id": 1}, {"id": 2}, {"id": 3}), "session 8 reported again"),
-    (session(8, {"id": 1}, alarm(2, "late"), nmos_id="x"), "session 8 NMOS id x; session 8 stream 2 "
-     "alarm raised: warning: late (type 5); session 8 stream 3 gone"),
+    (session(8, {"id": 1}, alarm(2, "late"), nmos_id="x"),
+     "session 8 NMOS id x; session 8 stream 2 alarm raised: warning: late (type 5); "
+     "session 8 stream 3 gone"),
     (session(8, {"id": 1}, alarm(2, "lost"), nmos_id="x",
              alarms=[{"severity": "major", "description": "off"}]),
      "session 8 alarm raised: major: off (type 0); "

@@ -8,7 +8,7 @@
 
 namespace kaiklactl {
 
-/// What the program's exit status tells a script. A signal that ends a wait adds 128 to its number.
+/// What the program's exit status tells a script.
 enum class ExitStatus {
     success = 0,
     /// The service refused the command, or the doctor found something wrong.

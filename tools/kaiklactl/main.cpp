@@ -51,6 +51,17 @@ void occupyStandardStreams() {
     ::close(descriptor);
 }
 
+/// Ends the process by the signal itself, so that a script around it ends, too.
+int endBy(int signal) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    (void)std::signal(signal, SIG_DFL);
+    ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    (void)std::raise(signal);
+    return static_cast<int>(ExitStatus::output);
+}
+
 int failed(const std::string& why, ExitStatus status) {
     kaiklactl::notice(why);
     return static_cast<int>(status);
@@ -76,8 +87,7 @@ int main(int argc, char** argv) {
     } catch (const client::NoAnswer& failure) {
         return failed(failure.what(), ExitStatus::noAnswer);
     } catch (const client::Interrupted& interrupted) {
-        constexpr int kSignalled = 128;
-        return kSignalled + interrupted.signal;
+        return endBy(interrupted.signal);
     } catch (const Json::Exception& error) {
         return failed(std::string("the answer holds something else than expected: ") + error.what(),
                       ExitStatus::noAnswer);
