@@ -119,7 +119,7 @@ endif
 package-test: package ## Make the package and try it on a clean system (as root)
 	@packaging/install-dependencies test root package-test
 	@lintian --allow-root --fail-on error,warning dist/*.deb
-	@KAIKLA_PACKAGE=$$(echo dist/*.deb) $(PYTEST) -q -n 0 tests/package/check_package.py
+	@KAIKLA_PACKAGE=$$(echo dist/kaikla_*.deb) $(PYTEST) -q -n 0 tests/package/check_package.py
 
 test-on: ## Run the tests on Debian RELEASE=trixie, in a directory of its own (as root)
 	@packaging/in-root $(RELEASE) -- make test JOBS=$(JOBS)
