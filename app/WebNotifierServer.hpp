@@ -17,8 +17,6 @@ public:
     virtual ~WebNotifierServer();
     WebNotifierServer(const WebNotifierServer&) = delete;
     WebNotifierServer& operator=(const WebNotifierServer&) = delete;
-    WebNotifierServer(WebNotifierServer&&) = delete;
-    WebNotifierServer& operator=(WebNotifierServer&&) = delete;
 
     /// Sets the handler up. Returns 0 or the handler's negative code.
     int init();

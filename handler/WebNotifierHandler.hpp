@@ -28,8 +28,6 @@ public:
     ~WebNotifierHandler() override = default;
     WebNotifierHandler(const WebNotifierHandler&) = delete;
     WebNotifierHandler& operator=(const WebNotifierHandler&) = delete;
-    WebNotifierHandler(WebNotifierHandler&&) = delete;
-    WebNotifierHandler& operator=(WebNotifierHandler&&) = delete;
 
     // Set-up and dispatch
 

@@ -24,8 +24,6 @@ public:
     virtual ~WebNotifierPublisher();
     WebNotifierPublisher(const WebNotifierPublisher&) = delete;
     WebNotifierPublisher& operator=(const WebNotifierPublisher&) = delete;
-    WebNotifierPublisher(WebNotifierPublisher&&) = delete;
-    WebNotifierPublisher& operator=(WebNotifierPublisher&&) = delete;
 
     /// Registers a consumer and connects to it in the background, whether or not it listens.
     /// Returns 0 when it is registered afterwards, also when it was before; -33 when the address is

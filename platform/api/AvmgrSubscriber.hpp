@@ -20,8 +20,6 @@ public:
     virtual ~AvmgrSubscriber();
     AvmgrSubscriber(const AvmgrSubscriber&) = delete;
     AvmgrSubscriber& operator=(const AvmgrSubscriber&) = delete;
-    AvmgrSubscriber(AvmgrSubscriber&&) = delete;
-    AvmgrSubscriber& operator=(AvmgrSubscriber&&) = delete;
 
     /// A session was created; the argument is its configuration.
     virtual int avmgrNotifyNewSessionEvent(SessionConfigData& /*config*/) { return 0; }

@@ -14,8 +14,6 @@ class ClientJsonApi {
 public:
     ClientJsonApi(const ClientJsonApi&) = delete;
     ClientJsonApi& operator=(const ClientJsonApi&) = delete;
-    ClientJsonApi(ClientJsonApi&&) = delete;
-    ClientJsonApi& operator=(ClientJsonApi&&) = delete;
 
     /// Connects to the service, which may be absent. Returns 0 or -103. `context` must outlive this
     /// object.

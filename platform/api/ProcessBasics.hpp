@@ -19,8 +19,6 @@ public:
     ~ProcessBasics();
     ProcessBasics(const ProcessBasics&) = delete;
     ProcessBasics& operator=(const ProcessBasics&) = delete;
-    ProcessBasics(ProcessBasics&&) = delete;
-    ProcessBasics& operator=(ProcessBasics&&) = delete;
 
     /// A termination signal has been caught.
     static bool stopRequested();

@@ -18,8 +18,6 @@ public:
     virtual ~ServerJsonApi();
     ServerJsonApi(const ServerJsonApi&) = delete;
     ServerJsonApi& operator=(const ServerJsonApi&) = delete;
-    ServerJsonApi(ServerJsonApi&&) = delete;
-    ServerJsonApi& operator=(ServerJsonApi&&) = delete;
 
     /// Gives the name of a command, for the reply and the log. `description` comes in empty.
     virtual int getCommandDescription(unsigned int commandId, std::string& description) = 0;

@@ -16,8 +16,6 @@ public:
     virtual ~SysmgrSubscriber();
     SysmgrSubscriber(const SysmgrSubscriber&) = delete;
     SysmgrSubscriber& operator=(const SysmgrSubscriber&) = delete;
-    SysmgrSubscriber(SysmgrSubscriber&&) = delete;
-    SysmgrSubscriber& operator=(SysmgrSubscriber&&) = delete;
 
     /// A stored parameter changed; the argument is what the system manager says about it.
     virtual int notifyStoredParameterUpdate(Json::Value& /*parameters*/) { return 0; }

@@ -16,8 +16,6 @@ public:
     virtual ~ZatPmcSubscriber();
     ZatPmcSubscriber(const ZatPmcSubscriber&) = delete;
     ZatPmcSubscriber& operator=(const ZatPmcSubscriber&) = delete;
-    ZatPmcSubscriber(ZatPmcSubscriber&&) = delete;
-    ZatPmcSubscriber& operator=(ZatPmcSubscriber&&) = delete;
 
     /// The PTP status changed; the argument is the complete new status.
     virtual int zatPmcPtpStatusChangeEvent(PtpCommonInfo& /*status*/) { return 0; }

@@ -4,25 +4,6 @@
 #include "platform/api/Logger.hpp"
 #include "platform/records/JsonMember.hpp"
 
-namespace {
-
-bool isUsable(const Json::Value& reply) {
-    if (!reply.isObject()) {
-        return false;
-    }
-    const Json::Value* device = json_member::find(reply, "device");
-    if (device == nullptr || device->isNull()) {
-        return true;
-    }
-    if (!device->isObject()) {
-        return false;
-    }
-    const Json::Value* id = json_member::find(*device, "id");
-    return id == nullptr || id->isConvertibleTo(Json::stringValue);
-}
-
-} // namespace
-
 NmosClientIpc::NmosClientIpc()
     : ClientJsonApi(platform_protocol::kNmosNodeEndpoint, platform_protocol::kNmosAnswerTimeoutMs) {
 }
@@ -34,7 +15,12 @@ int NmosClientIpc::getDeviceInfo(Json::Value& reply) {
     if (code < 0) {
         return code;
     }
-    if (!isUsable(answer)) {
+    try {
+        // What cannot be read later is refused here.
+        if (const Json::Value* device = json_member::find(answer, "device"); device != nullptr) {
+            (void)json_member::text(*device, "id");
+        }
+    } catch (const Json::LogicError&) {
         Logger::log(Logger::LOG_LEVEL_ERR, "NMOS node: its answer does not describe a device");
         return platform_protocol::kErrorMalformed;
     }

@@ -14,8 +14,7 @@
 
 /// The subscriber's end of one service's notification stream: what the three subscribers share.
 ///
-/// A notification is two frames, the kind in decimal ASCII and an IpcMsg whose command id is the
-/// kind.
+/// A notification is two frames: its kind in decimal ASCII, an IpcMsg with the kind as command id.
 class NotificationSocket {
 public:
     /// Decodes the payload of one kind and calls its callback. Raises Json::LogicError when the

@@ -18,8 +18,6 @@ public:
     ~RotatingFile();
     RotatingFile(const RotatingFile&) = delete;
     RotatingFile& operator=(const RotatingFile&) = delete;
-    RotatingFile(RotatingFile&&) = delete;
-    RotatingFile& operator=(RotatingFile&&) = delete;
 
     /// Opens the file for appending, creating it if missing. Returns 0 or an errno value; ENXIO for
     /// a FIFO that nobody reads.

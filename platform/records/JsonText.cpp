@@ -9,13 +9,6 @@
 
 namespace {
 
-Json::StreamWriterBuilder compactWriterBuilder() {
-    Json::StreamWriterBuilder builder;
-    builder["commentStyle"] = "None";
-    builder["indentation"] = "";
-    return builder;
-}
-
 std::unique_ptr<Json::CharReader> makeStrictReader() {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
@@ -39,9 +32,7 @@ std::string onOneShortLine(const std::string& report) {
             return line + "...";
         }
     }
-    while (!line.empty() && line.back() == ' ') {
-        line.pop_back();
-    }
+    line.erase(line.find_last_not_of(' ') + 1);
     return line;
 }
 
@@ -66,7 +57,12 @@ std::string toCompactJson(const Json::Value& value) {
 }
 
 std::unique_ptr<Json::StreamWriter> makeCompactWriter() {
-    static const Json::StreamWriterBuilder builder = compactWriterBuilder();
+    static const Json::StreamWriterBuilder builder = [] {
+        Json::StreamWriterBuilder compact;
+        compact["commentStyle"] = "None";
+        compact["indentation"] = "";
+        return compact;
+    }();
     return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
 }
 

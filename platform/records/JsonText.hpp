@@ -31,8 +31,6 @@ public:
     ~JsonDecoder();
     JsonDecoder(const JsonDecoder&) = delete;
     JsonDecoder& operator=(const JsonDecoder&) = delete;
-    JsonDecoder(JsonDecoder&&) = delete;
-    JsonDecoder& operator=(JsonDecoder&&) = delete;
 
     /// Reads one JSON object from `text` into `object`. Returns an empty text on success, otherwise
     /// a reason of one line, such as "not JSON: Line 1, Column 1 ...", and `object` is then
