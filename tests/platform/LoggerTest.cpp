@@ -8,7 +8,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <regex>
 #include <string>
 #include <vector>
@@ -18,11 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kMaxFileBytes = std::size_t{4} * 1024 * 1024;
-
-std::string contentOf(const std::string& file) {
-    std::ifstream input(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(input), {}};
-}
 
 class LoggerTest : public testing::Test {
 protected:
@@ -91,20 +85,6 @@ TEST_F(LoggerTest, LineHoldsUtcTimeLevelProcessNameAndTheEscapedText) {
     std::getline(lines, line);
     EXPECT_THAT(line, testing::MatchesRegex(".* ERR test: (\\\\n)+"));
     EXPECT_FALSE(std::getline(lines, line));
-}
-
-TEST_F(LoggerTest, LinesAreGatheredUntilAFlushAnErrorOrAFullBuffer) {
-    logTo("log");
-    Logger::log(Logger::LOG_LEVEL_INF, "gathered");
-    EXPECT_EQ(contentOf(file), "");
-    Logger::flush();
-    EXPECT_THAT(contentOf(file), testing::EndsWith("INF test: gathered\n"));
-    Logger::log(Logger::LOG_LEVEL_ERR, "error");
-    EXPECT_THAT(contentOf(file), testing::EndsWith("ERR test: error\n"));
-    for (int i = 0; i < 10'000; ++i) {
-        Logger::log(Logger::LOG_LEVEL_INF, "number %d", i);
-    }
-    EXPECT_GT(contentOf(file).size(), 100'000U);
 }
 
 TEST_F(LoggerTest, FileIsRotatedWithoutLosingALineAndThreeOldOnesAreKept) {

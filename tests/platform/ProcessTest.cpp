@@ -1,19 +1,15 @@
-// What nobody sees from outside of the process: the poll set, and signals at the one moment that
-// counts.
+// What nobody sees from outside of the process: the poll set, and a signal between two frames.
 
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/PollFds.hpp"
-#include "platform/api/ProcessBasics.hpp"
 #include "platform/bundled/WholeMessage.hpp"
 
 #include <gtest/gtest.h>
 
 #include <pthread.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <string>
 #include <thread>
 
@@ -37,39 +33,6 @@ TEST(PollFds, KeepsTheOrderAndRefusesWhatItCannotTake) {
         ASSERT_EQ(pollFds.addFd(1, ZMQ_POLLIN), 0);
     }
     EXPECT_EQ(pollFds.addFd(1, ZMQ_POLLIN), platform_protocol::kErrorPollSetFull);
-}
-
-/// A caught signal ends the process before long, so each scene plays in a child, which leaves with
-/// 0 when every step was as expected, otherwise with the step's number.
-void playSignalBeforeTheWait(int signal) {
-    PollFds pollFds;
-    ProcessBasics basics(pollFds);
-    if (ProcessBasics::stopRequested() || pollFds.getPollListSize() != 1) {
-        std::_Exit(1);
-    }
-    ::raise(signal);
-    constexpr int kTenSecondsMs = 10'000;
-    if (!ProcessBasics::stopRequested() || zmq_poll(pollFds.getPollList(), 1, kTenSecondsMs) != 1) {
-        std::_Exit(2);
-    }
-    const zmq_pollitem_t other{nullptr, STDIN_FILENO, ZMQ_POLLIN, ZMQ_POLLIN};
-    if (basics.processSignalHandlerFd(other) ||
-        !basics.processSignalHandlerFd(pollFds.getPollList()[0]) ||
-        zmq_poll(pollFds.getPollList(), 1, 0) != 0) {
-        std::_Exit(3);
-    }
-    if (basics.tearDownCatchSignals(pollFds) != 0 || pollFds.getPollListSize() != 0) {
-        std::_Exit(4);
-    }
-    // One more on the way out does not change how the process ends.
-    ::raise(signal);
-    std::_Exit(0);
-}
-
-TEST(ProcessBasicsDeathTest, SignalBeforeTheWaitIsNotLost) {
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-        EXPECT_EXIT(playSignalBeforeTheWait(signal), testing::ExitedWithCode(0), "");
-    }
 }
 
 extern "C" void takeNoNotice(int) {}

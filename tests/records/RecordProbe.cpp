@@ -1,5 +1,5 @@
 // Exercises records for a test: each line of standard input is a request
-// {"record": NAME, "hold": NUMBER, "read": [TEXT...], "into": TEXT}, each line of standard output
+// {"record": NAME, "hold": NUMBER, "read": [TEXT...]}, each line of standard output
 // the same request afterwards, or {"refused": REASON}. The log goes to standard error.
 
 #include "platform/api/Logger.hpp"
