@@ -24,7 +24,6 @@ WHOLE = {
     "sessions": [{"id": 7, "device_id": "dev", "stream": [{"id": 11}, {"id": 12}]}],
 }
 MALFORMED = "this message cannot be read: "
-BIG = 2**64 - 1
 
 
 def session(number, *streams, **more):
@@ -45,8 +44,6 @@ STORY = [
     (("device_id", "dev"), "nothing new"),
     (("ptp", "locked", False), "PTP lost its lock"),
     (("ptp", "locked", True), "PTP locked, offset 12 ns"),
-    (("ptp", "mean_path_delay_ns", 640), "PTP path delay 640 ns"),
-    (("ptp", "grandmaster_id", ""), "PTP grandmaster none"),
     (("ptp", "ports", [{"portNumber": 1, "state": "LISTENING", "portSetting1": 2},
                        {"portNumber": 2, "state": "PASSIVE"}]),
      "PTP port 1 LISTENING; PTP port 2 new, PASSIVE; PTP configuration changed"),
@@ -67,7 +64,6 @@ STORY = [
      "session 8 alarm raised: major: off (type 0); "
      "session 8 stream 2 alarm raised: warning: lost (type 5); "
      "session 8 stream 2 alarm cleared: warning: late (type 5)"),
-    (session(BIG), f"session {BIG} new (0 streams)"),
     *((frame, MALFORMED) for frame in (
         b"", b"nonsense", b"[]", b'{"payload":{}}', b'{"command_id":-1}', b"[" * 100_000,
         b'{"command_id":0,"payload":7}', b'{"command_id":0,"payload":{"sessions":[7]}}')),
@@ -75,7 +71,7 @@ STORY = [
      "a kind of message that this program does not know (9)"),
     (session(7, {"id": 11}, {"id": 12}, nmos_id="\x1b[2J\nX\x9b31m\u202e\0é\ttail"),
      r"session 7 NMOS id \x1b[2J\nX\u009b31m\u202e\x00é\ttail"),
-    (("sessions", []), f"session 8 removed; session {BIG} removed; session 7 removed"),
+    (("sessions", []), "session 8 removed; session 7 removed"),
 ]
 
 
