@@ -1,6 +1,7 @@
 """The command interface: every request gets one reply, and a bad one changes nothing."""
 
 import json
+import re
 import resource
 
 import pytest
@@ -109,9 +110,11 @@ def test_a_consumer_is_added_greeted_listed_and_removed(device, service):
         "DBG command 1 (Add remote info consumer) carried out",
     ]
     # Byte for byte, ascending: others in between, and texts that only begin alike.
-    others = [consumer.address, "tcp://b:1", "tcp://a:2", "tcp://a:10", "tcp://a:1"]
+    others = [consumer.address, "tcp://b:1", "tcp://a:2", "tcp://a:1", "tcp://a:10"]
     for address in others[1:]:
         assert service.add(address) == 0
+    sent = [line for line in service.new_lines() if "Publishing message" in line]
+    assert [re.search(r"\((.*)\)", line)[1] for line in sent] == others[1:]
     assert service.request(3)["payload"] == {"remote": sorted(others)}
     for address in (consumer.address.upper(), consumer.address + "0", *others, others[0]):
         assert service.remove(address) == 0
@@ -158,11 +161,16 @@ def test_a_lack_of_memory_costs_a_command_and_never_cuts_a_text(device, service)
     for session in range(12):
         device.send(SESSION, 1003, {"id": session, "device_id": "dev", "nmos_id": "n" * 1_000_000})
     service.wait_line("session 11 - NMOS")
+    consumer = service.consumer()
+    again = json.dumps({"command_id": 1, "payload": {"address": consumer.address}}).encode()
     replies = []
     for room in range(12):
         limit(room * 4 * MIB)
         replies.append(service.exchange(b'{"command_id":0}'))
+        service.exchange(again)
     limit(None)
+    published = consumer.drain()
+    assert published and all(json.loads(text) for text in published)
     whole = service.exchange(b'{"command_id":0}')
     assert len(whole) > 12_000_000 and replies[0] == short and set(replies) <= {short, whole}
     assert json.loads(service.exchange(huge))["result"] == 0
