@@ -39,18 +39,12 @@ TEST(Handler, CallersGetTheCodeOfWhatFailed) {
     unsigned long long unknown = 7;
     EXPECT_EQ(handler.avmgrNotifyRemovedSessionEvent(unknown), result_code::kUnknownSession);
     // Nobody can be asked for the device id.
-    SessionConfigData config;
-    SessionStatusData status;
     PtpCommonInfo ptp;
-    ZatPmcPtpCfg ptpConfig;
     SysParametersDynamic information;
     EXPECT_EQ(handler.notifyDynamicInfoUpdate(information), 0);
     information.eths.emplace_back();
     for (const int code :
-         {handler.avmgrNotifyNewSessionEvent(config),
-          handler.avmgrNotifyUpdateSessionStatusEvent(status),
-          handler.zatPmcPtpStatusChangeEvent(ptp), handler.zatPmcPtpConfigChangeEvent(ptpConfig),
-          handler.notifyDynamicInfoUpdate(information), handler.publishAllDeviceStatus("")}) {
+         {handler.zatPmcPtpStatusChangeEvent(ptp), handler.notifyDynamicInfoUpdate(information)}) {
         EXPECT_EQ(code, platform_protocol::kErrorUnreachable);
     }
     int stranger = 0;
