@@ -45,15 +45,17 @@ class Number(Plain):
 
 
 class Many:
-    """A list; what is no list has no elements."""
+    """A list; what is no list has no elements, and some of that may be sent."""
 
-    def __init__(self, element):
-        self._element = element
+    def __init__(self, element, *no_lists):
+        self._element, self._no_lists = element, (None, *no_lists)
 
     def read(self, value):
         return [self._element.read(part) for part in value] if isinstance(value, list) else []
 
     def make(self, rng):
+        if rng.random() < 0.1:
+            return rng.choice(self._no_lists)
         return [self._element.make(rng) for _ in range(rng.randrange(4))]
 
 
@@ -98,15 +100,16 @@ TYPES = {
     "device": Plain(text, "dev", "dev", "other", ""),
     "clock": Plain(text, "", "08-00-11-ff-fe-21-e1-b0"),
     "portState": Plain(text, "SLAVE", "MASTER"),
-    "port": Plain(lambda value: (value or 0) & 0xFFFF, 1, 2, 2, 127, 200, 65535, 65536),
-    "configuredPort": Plain(Number(8, True).read, 1, 2, 127, 200, 257),
+    "port": Plain(lambda value: (value or 0) & 0xFFFF, 1, 2, 2, 200, 200, 65480, 65538),
+    "configuredPort": Plain(Number(8, True).read, 1, 200, 258),
     "name": Plain(text, "eth0", "eth0", "eth1"),
     "mac": Plain(text, "02:00:00:10:00:01"),
     "up": Plain(lambda value: (value or 0) & 0xFF, 0, 1, 1, 257),
 }
-_ALARMS = Many(Alarm("severity:text description:text type:s32"))
+_NO_LISTS = (5, "text", True)
+_ALARMS = Many(Alarm("severity:text description:text type:s32"), *_NO_LISTS)
 _STATUS = Record("id:id nmos_id:text device_id:device", alarms=_ALARMS,
-                 stream=Many(Record("id:id", alarms=_ALARMS)))  # fmt: skip
+                 stream=Many(Record("id:id", alarms=_ALARMS), *_NO_LISTS))  # fmt: skip
 _STREAMS = Many(Record("id:id type:text codec:text"))
 _CONFIGURATION = Record("id:id nmos_id:text", audio=_STREAMS, video=_STREAMS)
 _REMOVED = Record("id:id")
@@ -215,7 +218,7 @@ class Model:
         self._log(f"INF avmgrNotifyNewSessionEvent:: session {_as_signed(payload.get('id'))}")
         if self._chk(operation, self._make_sure_of_device_id()) < 0:
             return
-        streams = [*payload.get("audio", []), *payload.get("video", [])]
+        streams = [*(payload.get("audio") or []), *(payload.get("video") or [])]
         status = {
             "id": payload.get("id"),
             "nmos_id": payload.get("nmos_id"),
@@ -378,8 +381,9 @@ def notifications(rng):
     """Any number of (service, kind, payload); every kind that kaikla subscribes to, and others."""
     kinds = (
         [(SESSION, 1000, _CONFIGURATION), (SESSION, 1001, _REMOVED), (SYSTEM, 1001, _DYNAMIC)]
-        + [(SESSION, 1003, _STATUS)] * 2
-        + [(SESSION, kind, _REMOVED) for kind in (1002, 1006)]
+        + [(SESSION, 1003, _STATUS)] * 3
+        + [(SESSION, kind, _REMOVED) for kind in (1002, 1004, 1006)]
+        + [(SYSTEM, kind, _DYNAMIC) for kind in (1000, 1003)]
         + [(PTP, 1000, _PTP), (PTP, 1001, _PTP_CONFIGURATION)]
     )
     while True:

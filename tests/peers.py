@@ -178,12 +178,6 @@ class Process:
         status = pathlib.Path(f"/proc/{self.pid}/status").read_text(encoding="ascii")
         return int(re.search(rf"^{field}:\s+(\d+)", status, re.MULTILINE)[1])
 
-    def pause(self):
-        """Stops the process until SIGCONT."""
-        self.send_signal(signal.SIGSTOP)
-        state = pathlib.Path(f"/proc/{self.pid}/stat")
-        wait_until(lambda: state.read_text().rpartition(")")[2].split()[0] == "T", "the pause")
-
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.pid}/fd"))
 
@@ -330,21 +324,18 @@ class Listener:
         self.address = f"tcp://127.0.0.1:{self.port}"
         self.accepted = 0
         self._held = []
-        self._hangs_up = hangs_up
-        self._thread = threading.Thread(target=self._accept, daemon=True)
+        self._thread = threading.Thread(target=self._accept, args=(hangs_up,), daemon=True)
         self._thread.start()
 
-    def _accept(self):
-        while True:
-            try:
+    def _accept(self, hangs_up):
+        with contextlib.suppress(OSError):
+            while True:
                 connection, _ = self._socket.accept()
-            except OSError:
-                return
-            self.accepted += 1
-            if self._hangs_up:
-                connection.close()
-            else:
-                self._held.append(connection)
+                self.accepted += 1
+                if hangs_up:
+                    connection.close()
+                else:
+                    self._held.append(connection)
 
     def close(self):
         self._socket.shutdown(socket.SHUT_RDWR)
@@ -381,19 +372,17 @@ class Device:
         self._sockets.pop(name).close()
         self._topics[name].clear()
 
-    def _note_topics(self, name):
+    def _subscribed(self, name):
         while self._sockets[name].poll(0):
             change = self._sockets[name].recv()
             (self._topics[name].add if change[0] else self._topics[name].discard)(change[1:])
+        return self._topics[name]
 
     def wait_subscribed(self, wanted=True):
         """Waits until kaikla has subscribed to everything; wanted=False: until it has gone."""
-
-        def reached(name):
-            self._note_topics(name)
-            return self._topics[name] == {b"%d" % kind for kind in KINDS[name] if wanted}
-
-        wait_until(lambda: all(map(reached, self._sockets)), "the subscriptions")
+        for name in self._sockets:
+            topics = {b"%d" % kind for kind in KINDS[name] if wanted}
+            wait_until(lambda: self._subscribed(name) == topics, f"what the {name} is asked for")
 
     def send(self, name, kind, payload):
         """Sends one notification, once kaikla has subscribed to its kind if it ever does."""
@@ -402,12 +391,7 @@ class Device:
 
     def send_frames(self, name, topic, *frames):
         wanted = {b"%d" % kind for kind in KINDS[name]} & {topic}
-
-        def subscribed():
-            self._note_topics(name)
-            return wanted <= self._topics[name]
-
-        wait_until(subscribed, f"a subscription to {topic} of the {name}")
+        wait_until(lambda: wanted <= self._subscribed(name), f"a subscription to {name} {topic}")
         self._sockets[name].send_multipart([topic, *frames])
 
 
@@ -420,7 +404,6 @@ class Node:
                             silence, and Node.VANISH closes the endpoint
     script(manners)         one (reply, delay) for each of the next requests; the last one stays
     requests()              the requests since answer() or script(), as texts
-    reply(number, reply)    answers that request of theirs now
     """
 
     VANISH = "vanish"
@@ -445,9 +428,6 @@ class Node:
 
     def script(self, manners):
         self._ask("script", [(_frames(reply), delay) for reply, delay in manners])
-
-    def reply(self, number, reply):
-        self._ask("reply", number, _frames(reply))
 
     def wait_requests(self, count):
         wait_until(lambda: len(self.requests()) >= count, f"{count} requests to the node")
@@ -475,7 +455,7 @@ class _NodeProcess:
     def __init__(self):
         self._router = None
         self._manners = []
-        self._requests = []  # (envelope, body)
+        self._requests = []
         self._due = []  # (time, envelope, frames)
 
     def run(self):
@@ -497,22 +477,18 @@ class _NodeProcess:
                 print(json.dumps(getattr(self, name)(*arguments)), flush=True)
             for due in [due for due in self._due if due[0] <= time.monotonic()]:
                 self._due.remove(due)
-                self._send(*due[1:])
+                self._router.send_multipart([*due[1], *due[2]])
 
     def _take_request(self):
         frames = self._router.recv_multipart()
         envelope = frames[: frames.index(b"") + 1]
-        self._requests.append((envelope, frames[-1].decode("latin-1")))
+        self._requests.append(frames[-1].decode("latin-1"))
         reply, delay = self._manners.pop(0) if len(self._manners) > 1 else self._manners[0]
         if reply == Node.VANISH:
             self.close()
         elif reply:
+            reply = [frame.encode("latin-1") for frame in reply]
             self._due.append((time.monotonic() + delay, envelope, reply))
-
-    def _send(self, envelope, reply):
-        if self._router:
-            frames = [frame.encode("latin-1") for frame in reply]
-            self._router.send_multipart([*envelope, *frames])
 
     def open(self):
         self._router = self._router or bind(zmq.ROUTER, NODE_ENDPOINT)
@@ -527,11 +503,8 @@ class _NodeProcess:
         self._manners = manners
         self._requests.clear()
 
-    def reply(self, number, reply):
-        self._send(self._requests[number][0], reply)
-
     def requests(self):
-        return [body for _, body in self._requests]
+        return self._requests
 
 
 if __name__ == "__main__":
