@@ -55,16 +55,6 @@ def test_the_file_gets_the_same_lines_and_only_when_it_is_named(device, tmp_path
         )
 
 
-def test_a_line_is_written_before_the_service_waits_and_never_broken(device, service):
-    device.send(SESSION, 1003, {"id": 1, "device_id": "dev", "nmos_id": "a\nb\x1b[31m\u202e" * 900})
-    line = service.wait_line("session 1 - NMOS a\\nb\\x1b[31m")[0]
-    assert "\u202e" not in line and 4000 < len(line) < 20_000
-    for number in range(300):
-        device.send(SESSION, 1001, {"id": number})
-    lines = service.wait_line("avmgrNotifyRemovedSessionEvent:: session", 300)
-    assert lines == [f"INF avmgrNotifyRemovedSessionEvent:: session {n}" for n in range(300)]
-
-
 def full_at_first(tmp_path):
     """A file system of 64 KiB that only the service sees, of which 40 are taken."""
     mount = f'mount -t tmpfs -o size=64k tmpfs {tmp_path} && head -c 40960 /dev/zero >{tmp_path}/x'

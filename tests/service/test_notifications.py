@@ -1,11 +1,25 @@
-"""What the platform's services say wrongly. What they say rightly is the long run's."""
+"""What the platform's services say wrongly, and what the long run's chance seldom brings."""
 
 import json
 
+import oracle
 from peers import PTP, SESSION, SYSTEM, wait_until
 
 MIB = 1 << 20
 STATUS = (SESSION, 1003)
+
+
+def test_ports_of_one_name_and_ports_whose_number_is_negative_in_a_configuration(device, service):
+    twin = oracle.Twin(device, service)
+    # Each is compared with the first of its name: the second list is the same, the fourth too.
+    for states in ((1, 1), (1, 0), (0, 1), (0, 1)):
+        eths = [{"name": "P", "state": state, "ip": str(states)} for state in states]
+        twin.send(SYSTEM, 1001, {"eths": eths})
+    twin.send(PTP, 1000, {"ports": [{"portNumber": number} for number in (2, 200, 65480, 2)]})
+    twin.send(PTP, 1001, {"ports": [{"portNumber": n, "portSetting1": 9} for n in (2, 200)]})
+    twin.compare()
+    ports = service.document()["ptp"]["ports"]
+    assert [port["portSetting1"] for port in ports] == [9, 0, 0, 9]
 
 
 def message(kind, payload):
