@@ -200,8 +200,8 @@ class Client:
     def send(self, *frames):
         self.socket.send_multipart([b"", *frames])
 
-    def receive(self, flags=0):
-        delimiter, reply = self.socket.recv_multipart(flags)
+    def receive(self):
+        delimiter, reply = self.socket.recv_multipart()
         assert delimiter == b""
         return reply
 

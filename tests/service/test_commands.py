@@ -1,35 +1,39 @@
 """The command interface: every request gets one reply, and a bad one changes nothing."""
 
+import itertools
 import json
+import random
 import re
 import resource
+import socket
+import threading
+import time
+from contextlib import suppress
 
 import pytest
 import zmq
 
 import schemas
-from peers import INSTRUMENTED, SESSION, Client
+from peers import COMMAND_ENDPOINT, INSTRUMENTED, SESSION, TIMEOUT, Client, Consumer, Service
 
 MIB = 1 << 20
 MALFORMED, NOT_CONNECTED, UNKNOWN = -101, -33, -8
 CHK = "ERR CHK(virtual int WebNotifierHandler::ipcProcessMsg(IpcMsg&, Json::Value&, bool&))::# "
 
 
-def nested(levels, command=3):
+def nested(levels):
     """A request that nests so deep altogether."""
-    return b'{"command_id":%d,"payload":%s%s}' % (command, b"[" * (levels - 1), b"]" * (levels - 1))
+    return b'{"command_id":3,"payload":%s%s}' % (b"[" * (levels - 1), b"]" * (levels - 1))
 
 
 # Frames, result, command_id of the reply, and what the reason says.
 REFUSED = [
     ([b""], MALFORMED, 0, "not JSON"),
-    ([b"not JSON"], MALFORMED, 0, "not JSON"),
     ([b'{"command_id":0}', b'{"command_id":0}'], MALFORMED, 0, "several frames"),
     ([b"", b'{"command_id":0}'], MALFORMED, 0, "several frames"),
     ([b" " * (MIB + 1)], MALFORMED, 0, "longer than 1048576 bytes"),
     ([b'{"command_id":3,"x":"' + b"x" * MIB + b'"}'], MALFORMED, 0, "longer than"),
     ([b"[1]"], MALFORMED, 0, "not a JSON object"),
-    ([b"null"], MALFORMED, 0, "not"),
     ([b"\xff\xfe\x00"], MALFORMED, 0, "not JSON"),
     ([b'{"command_id":0}\x00'], MALFORMED, 0, "NUL"),
     ([b'{"command_id":0} x'], MALFORMED, 0, "not JSON"),
@@ -46,7 +50,6 @@ REFUSED = [
     ([b'{"command_id":1,"payload":{"address":{}}}'], MALFORMED, 1, "cannot be decoded"),
     ([b'{"command_id":1,"payload":{"address":1e999}}'], MALFORMED, None, ""),
     ([b'{"command_id":2,"payload":["address"]}'], MALFORMED, 2, "cannot be decoded"),
-    ([b'{"command_id":2,"payload":"address"}'], MALFORMED, 2, "cannot be decoded"),
     ([b'{"command_id":4}'], UNKNOWN, 4, "no command with this command_id"),
     ([b'{"command_id":4294967295,"payload":[[[]]]}'], UNKNOWN, 2**32 - 1, "no command"),
     ([b'{"command_id":1}'], NOT_CONNECTED, 1, "cannot connect"),
@@ -63,8 +66,7 @@ def test_a_refused_request_gets_one_reply_and_changes_nothing(device, service):
     before = service.document()
     names = {0: "", 1: "Add remote info consumer", 2: "Remove remote info consumer"}
     for frames, result, command, reason in REFUSED:
-        text = service.exchange(*frames)
-        reply = schemas.check("reply", json.loads(text))
+        reply = schemas.check("reply", json.loads(service.exchange(*frames)))
         shown = frames[0][:60]
         assert reply["result"] == result, shown
         assert reply["command_id"] == (reply["command_id"] if command is None else command), shown
@@ -74,20 +76,16 @@ def test_a_refused_request_gets_one_reply_and_changes_nothing(device, service):
         assert reply["payload"] == {} and set(reply) == {*"result error payload".split(), *reply}
     assert service.document() == before
     assert service.consumers() == []
-    assert service.lines_with("WebnotifierHandler command 4 is not recognized.") == [
-        "ERR WebnotifierHandler command 4 is not recognized."
-    ]
     lines = service.log()
+    assert "ERR WebnotifierHandler command 4 is not recognized." in lines
     at = next(i for i, line in enumerate(lines) if "on addr nonsense." in line)
     assert lines[at : at + 2] == [
         "ERR WebnotifierPublisher: Error  Connecting socket on addr nonsense. "
         "Error [22]::Invalid argument",
         CHK + "Error Code -33",
     ]
-    # What is just allowed.
-    for body in (nested(64), b'{"command_id":3,"x":"%s"}' % (b"x" * (MIB - 23))):
-        assert len(body) in (len(nested(64)), MIB)
-        assert json.loads(service.exchange(body))["result"] == 0
+    for just_allowed in (nested(64), b'{"command_id":3}'.ljust(MIB)):
+        assert json.loads(service.exchange(just_allowed))["result"] == 0
 
 
 def test_a_consumer_is_added_greeted_listed_and_removed(device, service):
@@ -123,7 +121,6 @@ def test_a_consumer_is_added_greeted_listed_and_removed(device, service):
     )
     destroyed = service.wait_line("destroying socket to", count=5)
     assert destroyed == [f"WRN WebnotifierPublisher: destroying socket to {a}" for a in others]
-    assert service.request(7)["command_name"] == "not recognized"
 
 
 def test_requests_of_one_client_are_answered_one_by_one_in_order(service):
@@ -134,9 +131,6 @@ def test_requests_of_one_client_are_answered_one_by_one_in_order(service):
         client.send(*([b"{}"] if command == 4 else []), b'{"command_id":%d}' % command)
     replies = [json.loads(client.receive())["command_id"] for _ in commands]
     assert replies == [command % 4 for command in commands]
-    service.request(3)
-    with pytest.raises(zmq.Again):
-        client.receive(zmq.NOBLOCK)
 
 
 @pytest.mark.skipif(INSTRUMENTED, reason="limits the address space")
@@ -169,3 +163,91 @@ def test_a_lack_of_memory_costs_a_command_and_never_cuts_a_text(device, service)
     whole = service.exchange(b'{"command_id":0}')
     assert len(whole) > 12_000_000 and replies[0] == short and set(replies) <= {short, whole}
     assert json.loads(service.exchange(huge))["result"] == 0
+
+
+class Regular(Client):
+    """Registers, looks itself up, reads the status and leaves, over and over."""
+
+    answers = 0
+
+    def __init__(self):
+        super().__init__()
+        self.consumer = Consumer()
+        self.steps = itertools.cycle((1, 3, 0, 2, 4))
+
+    def ask(self):
+        self.command = next(self.steps)
+        payload = {"address": self.consumer.address}
+        self.send(json.dumps({"command_id": self.command, "payload": payload}).encode())
+
+    def take(self):
+        reply = json.loads(self.receive())
+        assert (reply["command_id"], reply["result"]) == (self.command, -8 * (self.command == 4))
+        if self.command == 3:
+            assert reply["payload"]["remote"].count(self.consumer.address) == 1
+        if self.command == 0:
+            assert reply["payload"]["status"]["device_id"] == "dev"
+        while self.consumer.receive_text(0):
+            pass
+        self.answers += 1
+
+
+class Vandal(Client):
+    """Sends what no request is."""
+
+    answers = 0
+
+    def ask(self):
+        garbage = random.randbytes(random.randrange(1, 1000))
+        frames, self.result, *_ = random.choice([([garbage], MALFORMED), *REFUSED])
+        self.send(*frames)
+
+    def take(self):
+        assert json.loads(self.receive())["result"] == self.result
+        self.answers += 1
+
+
+def stranger(over, visits):
+    """Speaks no ZeroMQ, and hangs up as soon as something comes back."""
+    port = int(COMMAND_ENDPOINT.rpartition(":")[2])
+    while not over.is_set():
+        address = ("127.0.0.1", port)
+        with suppress(OSError), socket.create_connection(address, timeout=1) as connection:
+            # Taken for the beginning of an old peer's name, which never ends. One that ends costs
+            # now and then a reply of the library's REP socket.
+            connection.sendall(b"\xfe" + random.randbytes(random.randrange(1, 200)))
+            connection.recv(100)
+        visits.append(1)
+
+
+def test_a_crowd_of_clients_is_answered(device, full, record_property):
+    with Service("-l", "2") as service:
+        device.send(SESSION, 1003, {"id": 1, "device_id": "dev"})
+        clients = [Regular() for _ in range(25)] + [Vandal() for _ in range(20)]
+        by_socket = {client.socket: client for client in clients}
+        poller = zmq.Poller()
+        for client in clients:
+            poller.register(client.socket, zmq.POLLIN)
+            client.ask()
+        over, visits = threading.Event(), []
+        strangers = [threading.Thread(target=stranger, args=(over, visits)) for _ in range(5)]
+        for thread in strangers:
+            thread.start()
+        end = time.monotonic() + (30 if full else 2)
+        try:
+            while time.monotonic() < end:
+                ready = poller.poll(TIMEOUT * 1000)
+                assert ready, "nobody is answered"
+                for client, _ in ready:
+                    by_socket[client].take()
+                    by_socket[client].ask()
+        finally:
+            over.set()
+        for thread in strangers:
+            thread.join()
+        assert all(client.answers > 0 for client in clients) and visits
+        assert service.request(3)["result"] == 0
+    regular = sum(client.answers for client in clients[:25])
+    vandals = sum(client.answers for client in clients[25:])
+    record_property("crowd: 50 clients", f"{regular} requests answered, {vandals} malformed ones "
+                    f"refused, {len(visits)} connections without ZeroMQ")  # fmt: skip

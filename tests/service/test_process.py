@@ -7,7 +7,7 @@ import time
 import pytest
 import zmq
 
-from peers import BIN, INSTRUMENTED, SESSION, Client, Consumer, Service, run, wait_until
+from peers import BIN, INSTRUMENTED, SESSION, Client, Consumer, Service, free_port, run, wait_until
 
 KAIKLA = str(BIN / "kaikla")
 USAGE = f"""{KAIKLA}
@@ -123,6 +123,10 @@ def test_what_is_carried_out_before_a_stop_has_its_reply(full):
             assert len(service.lines_with("carried out")) == replies + 1
 
 
+def just_ready(device, service):
+    pass
+
+
 def flood(device, service):
     for _ in range(random.randrange(200)):
         device.send(SESSION, 1003, {"id": 1, "device_id": "dev"})
@@ -139,7 +143,16 @@ def consumer_reading(device, service):
     flood(device, service)
 
 
-@pytest.mark.parametrize("moment", [flood, asking_the_node, consumer_reading])
+def queue_full(device, service):
+    service.add(f"tcp://127.0.0.1:{free_port()}")
+    for _ in range(1500):
+        device.send(SESSION, 1003, {"id": 1, "device_id": "dev"})
+
+
+MOMENTS = [just_ready, flood, asking_the_node, consumer_reading, queue_full]
+
+
+@pytest.mark.parametrize("moment", MOMENTS)
 def test_a_stop_at_any_moment_ends_in_time_with_status_0(device, moment, full, record_property):
     longest, times = 0.0, 100 if full else 4
     for _ in range(times):
@@ -172,13 +185,14 @@ def test_one_consumer_too_many_is_refused_and_everything_else_goes_on(device, se
 
 
 @pytest.mark.skipif(INSTRUMENTED, reason="the sanitizers need descriptors")
-def test_the_limit_of_descriptors_is_survived(device):
+def test_the_limit_of_descriptors_is_survived(device, record_property):
     with Service(launcher=["prlimit", "--nofile=64"]) as service:
         # Each takes one descriptor when it is registered and one when it is connected to.
         consumers = [service.consumer()]
         while service.add((another := Consumer()).address) == 0:
             consumers.append(another)
         assert 20 < len(consumers) < 60
+        record_property("64 descriptors", f"{len(consumers)} consumers accepted")
         device.send(SESSION, 1003, {"id": 1, "device_id": "dev"})
         while consumers[0].receive()["command_id"] != 1:
             pass
