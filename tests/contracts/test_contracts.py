@@ -9,14 +9,8 @@ import schemas
 from peers import KINDS, PTP, ROOT, SESSION, SYSTEM, Device, Service, device_reply
 
 # Every example of the document, in its order.
-EXAMPLES = [
-    json.loads(text)
-    for text in re.findall(
-        r"^```json\n(.*?)^```",
-        (ROOT / "docs/messages.md").read_text(encoding="utf-8"),
-        re.DOTALL | re.MULTILINE,
-    )
-]
+DOCUMENT = (ROOT / "docs/messages.md").read_text(encoding="utf-8")
+EXAMPLES = [json.loads(text) for text in re.findall(r"\n```json\n(.*?)\n```", DOCUMENT, re.DOTALL)]
 
 
 def examples(name):
@@ -49,10 +43,9 @@ class Conversation:
             self.ask(3, "GET Server list")
             self.ask(2, "Remove remote info consumer", {"address": DOCUMENTED_ADDRESS})
             consumer = self.service.consumer(greeting=False)
-            configuration = {"cfgFlag": 0, "ports": [{"portNumber": 1, "portSetting1": 4}]}
-            for number in (1, 2, 3):
-                configuration[f"cfgSetting{number}"] = number
-                configuration["ports"][0][f"portSetting{number}"] = 3 + number
+            configuration = {"cfgFlag": 0, "cfgSetting1": 1, "cfgSetting2": 2, "cfgSetting3": 3,
+                             "ports": [{"portNumber": 1, "portSetting1": 4, "portSetting2": 5,
+                                        "portSetting3": 6}]}
             extreme = {"id": 2**64 - 1, "alarms": [{"type": -(2**31)}], "stream": [{"alarms": [{}]}]}
             for name, kind, payload in (
                 (PTP, 1000, document["ptp"]),
@@ -98,7 +91,6 @@ def conversation():
 def test_the_schemas_are_valid_and_refer_to_what_is_there():
     for name, schema in schemas.STORE.items():
         schemas.DIALECT.check_schema(schema)
-        assert schema["$schema"] == schemas.DIALECT.META_SCHEMA["$id"] and schema["title"]
         for reference in re.findall(r'"\$ref": "(.*?)"', json.dumps(schema)):
             document, _, definition = reference.partition("#/$defs/")
             assert not definition or definition in schemas.STORE[document or name]["$defs"]
@@ -107,45 +99,25 @@ def test_the_schemas_are_valid_and_refer_to_what_is_there():
 def test_the_schemas_know_what_peers_send_and_find_what_they_get_wrong(conversation):
     code = (ROOT / "platform/PlatformProtocol.hpp").read_text(encoding="utf-8")
     numbers = {int(number) for number in re.findall(r"^ +\w+ = (1\d{3}),", code, re.MULTILINE)}
-    described = {
-        name: [s["properties"]["command_id"]["const"] for s in
-               schemas.branches(f"{name}-notification").values()] for name in KINDS
-    }  # fmt: skip
-    assert {kind for kinds in described.values() for kind in kinds} == numbers
-    assert all(set(KINDS[name]) <= set(kinds) for name, kinds in described.items())
+    described = [schema for name in KINDS
+                 for schema in schemas.branches(f"{name}-notification").values()]
+    assert {schema["properties"]["command_id"]["const"] for schema in described} == numbers
     for name, message in conversation.notifications:
         schemas.branch_of(f"{name}-notification", message)
-    advertisement = {"id": 9, "name": "studio 2", "sdp": "v=0\r\ns=studio 2\r\n"}
-    good = [
-        (SESSION, 1001, {"id": 7}),
-        (SESSION, 1002, examples("avmgr_new_session")[0]["payload"]),
-        *((SESSION, kind, advertisement) for kind in (1004, 1005)),
-        (SESSION, 1006, {"id": 9}),
-        (SYSTEM, 1000, {"name": "host_name", "value": "gateway"}),
-        (SYSTEM, 1003, {"groups": []}),
-    ]
-    bad = [
+    for name, kind, payload in (
         (SESSION, 999, {"id": 1}),
         (SESSION, 1000, {"nmos_id": "without an id"}),
-        (SESSION, 1000, {"id": 1, "audio": [{"id": 1, "tributary": {}}]}),
-        *((SESSION, 1000, {"id": 1, "video": [{"id": 1, **wrong}]})
-          for wrong in ({"channels": []}, {"ssrc": {}}, {"local": "10.0.0.256"})),
-        (SESSION, 1001, {"id": -1}),
+        (SESSION, 1000, {"id": 1, "video": [{"id": 1, "local": "10.0.0.256"}]}),
         (SESSION, 1003, {"id": 1, "streams": []}),
         (SYSTEM, 1001, {"eths": [{"name": "eth0", "state": "up"}]}),
-        (SYSTEM, 1003, []),
         (PTP, 1000, {"clock_id": "080011fffe21e1b0"}),
-        (PTP, 1001, {"cfgFlag": True}),
         (PTP, 1001, {"ports": [{"portNumber": 128}]}),
-    ]  # fmt: skip
-    for name, kind, payload in good + bad:
+    ):
         message = {"command_id": kind, "command_name": "", "payload": payload}
-        faults = schemas.errors(schemas.named(f"{name}-notification"), message)
-        assert bool(faults) == ((name, kind, payload) in bad), message
+        assert schemas.errors(schemas.named(f"{name}-notification"), message), message
     services = {"session": SESSION, "system": SYSTEM, "ptp": PTP}
     day = (ROOT / "tools/kaikla-sim/day.jsonl").read_text(encoding="utf-8").splitlines()
-    events = [json.loads(line) for line in day if line.startswith("{")]
-    for event in (event for event in events if "kind" in event):
+    for event in (json.loads(line) for line in day if '"kind"' in line):
         message = {"command_id": event["kind"], "payload": event["payload"]}
         schemas.branch_of(f"{services[event['service']]}-notification", message)
 

@@ -1,6 +1,5 @@
 """The demo: a day in 12 seconds, and nothing left behind however it ends."""
 
-import json
 import os
 import pathlib
 import re
@@ -12,7 +11,7 @@ import urllib.request
 
 import pytest
 
-from peers import BIN, COMMAND_ENDPOINT, ENDPOINTS, PTP, ROOT, wait_until
+from peers import BIN, ROOT, Service, wait_until
 
 COURSE = [
     "  status-all      whole status: 0 sessions, no alarm, PTP locked",
@@ -45,11 +44,9 @@ def finish(demo, directory):
 def test_the_demo_plays_the_day(tmp_path):
     status, output, error = finish(start(tmp_path), tmp_path)
     assert status == 0, error
-    at = 0
     for line in COURSE:
-        at = output.find(line, at)
-        assert at >= 0, f"{line} is missing or too early in {output}"
-    assert [session["id"] for session in json.loads(output[at:])["sessions"]] == [2]
+        _, found, output = output.partition(line)
+        assert found, f"{line} is missing or too early"
 
 
 # Ctrl-C reaches every process of the terminal's foreground group, a plain kill only one. The first
@@ -67,20 +64,15 @@ def test_the_demo_can_be_interrupted(tmp_path, moment, number, send):
     assert finish(demo, tmp_path)[0] == 128 + number
 
 
-@pytest.mark.parametrize("endpoint, sentence", [
-    (COMMAND_ENDPOINT.replace("127.0.0.1", "*"), "demo: tcp://*:5580 is taken by another program"),
-    (ENDPOINTS[PTP], "demo: the simulated device does not start: "),
+@pytest.mark.parametrize("taker, sentence", [
+    (lambda: socket.create_server(("", 5580)), "tcp://*:5580 is taken by another program"),
+    (lambda: socket.create_server(("", 5583)), "the simulated device does not start: "),
+    (Service, "tcp://127.0.0.1:5580 is taken: another kaikla"),
 ])
-def test_the_demo_names_a_port_that_is_taken(tmp_path, endpoint, sentence):
-    with socket.create_server(("", int(endpoint.rpartition(":")[2]))):
+def test_the_demo_names_a_port_that_is_taken(tmp_path, taker, sentence):
+    with taker():
         status, output, error = finish(start(tmp_path), tmp_path)
-    assert (status, output, error.count("\n")) == (1, "", 1) and error.startswith(sentence)
-
-
-def test_the_demo_leaves_a_running_service_alone(service, tmp_path):
-    status, _, error = finish(start(tmp_path), tmp_path)
-    assert status == 1 and error.startswith(f"demo: {COMMAND_ENDPOINT} is taken: another kaikla")
-    assert service.consumers() == []
+    assert (status, output, error.count("\n")) == (1, "", 1) and error.startswith(f"demo: {sentence}")
 
 
 def test_the_day_can_be_looked_at_until_an_interrupt(tmp_path):

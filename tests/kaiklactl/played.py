@@ -1,17 +1,25 @@
 """kaiklactl with the real service, and with a played one that answers whatever a test wants."""
 
 import json
+import subprocess
 import tempfile
 import threading
 
 import zmq
 
-from peers import Process, bind, free_port, run, wait_until
+from peers import BIN, TIMEOUT, Process, bind, free_port, run, wait_until
 
 
 def ctl(line, **options):
     """Runs kaiklactl to its end: (exit status, standard output, standard error)."""
     done = run("kaiklactl", *line.split(), **options)
+    return done.returncode, done.stdout, done.stderr
+
+
+def bash(script):
+    """Runs a script that finds kaiklactl to its end, likewise."""
+    done = subprocess.run(["bash", "-c", f"PATH={BIN}:$PATH; {script}"], capture_output=True,
+                          text=True, timeout=3 * TIMEOUT, check=False)
     return done.returncode, done.stdout, done.stderr
 
 

@@ -6,7 +6,7 @@ import pytest
 import zmq
 
 from kaiklactl.played import Watch, ctl
-from peers import NODE_ENDPOINT, PTP, Listener, Process, bind, device_reply, free_port, wait_until
+from peers import NODE_ENDPOINT, PTP, Process, bind, device_reply, free_port, wait_until
 
 
 def test_the_doctor_finds_what_is_wrong(device, service):
@@ -17,22 +17,17 @@ def test_the_doctor_finds_what_is_wrong(device, service):
                  f"ok    reachable   a consumer listens at {consumer.address}",
                  "ok    device id   dev.\n", "ok    messages    one came just now"):
         assert status == 0 and line in output
-    assert service.consumers() == [consumer.address]
     assert consumer.receive_text(0.2) is None, "the consumer itself is left in peace"
-
     gone, wrong = (f"tcp://127.0.0.1:{free_port()}" for _ in range(2))
-    deaf = Listener()
     with bind(zmq.REP, wrong):
         for address, line in {
             gone: f"FAIL  reachable   nobody accepts connections at {gone}",
-            deaf.address: f"FAIL  reachable   something listens at {deaf.address}",
             wrong: f"FAIL  reachable   something listens at {wrong}",
             "nonsense": 'FAIL  reachable   "nonsense" is no address',
         }.items():
             status, output, _ = ctl(f"doctor --timeout 1 {address}")
             assert status == 1 and line in output
             assert f"FAIL  registered  {address} is not registered" in output
-    deaf.close()
     service.add(gone)
     status, output, _ = ctl("doctor")
     assert status == 1 and "ok    registered  2 consumers.\n" in output
@@ -85,8 +80,6 @@ def test_drain_takes_no_port_away_and_says_what_was_not_there(device, service):
     assert status == 2 and "another program" in error
     assert service.consumers() == [consumer.address]
     service.add("tcp://localhost:7003")
-    for address, sentence in {
-        "tcp://localhost:7003": "is not registered any more; 1 message thrown away.\n",
-        "tcp://127.0.0.1:7004": "was not registered; 0 messages thrown away.\n",
-    }.items():
-        assert ctl(f"drain {address}")[1] == f"{address} {sentence}"
+    for sentence in ("tcp://localhost:7003 is not registered any more; 1 message thrown away.\n",
+                     "tcp://localhost:7003 was not registered; 0 messages thrown away.\n"):
+        assert ctl("drain tcp://localhost:7003")[1] == sentence
