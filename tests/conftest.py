@@ -5,12 +5,17 @@ service (valgrind ...), KAIKLA_SLOW multiplies every limit in time.
 """
 
 import shlex
+import signal
 import subprocess
 import sys
 
 import pytest
 
 import peers
+
+# Under nohup the programs would inherit that a hang-up is ignored.
+signal.signal(signal.SIGHUP, signal.SIG_DFL)
+
 
 def namespace():
     """The command that gives a process a loopback to itself; nothing where that is refused."""

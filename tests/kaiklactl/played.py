@@ -1,6 +1,7 @@
 """kaiklactl with the real service, and with a played one that answers whatever a test wants."""
 
 import json
+import pathlib
 import subprocess
 import tempfile
 import threading
@@ -27,12 +28,12 @@ class Watch(Process):
     """`kaiklactl watch`, whose output can be waited for."""
 
     def __init__(self, *arguments, **options):
-        self._output = tempfile.NamedTemporaryFile("r", encoding="utf-8")
+        self._output = tempfile.NamedTemporaryFile()
         super().__init__("kaiklactl", "watch", *arguments, **{"stdout": self._output, **options})
 
     def lines(self):
-        self._output.seek(0)
-        return self._output.read().splitlines()
+        # Opened anew: the program writes at the position that the file object shares with it.
+        return pathlib.Path(self._output.name).read_text(encoding="utf-8").splitlines()
 
     def wait_output(self, text, count=1):
         wait_until(lambda: sum(text in line for line in self.lines()) >= count, text)
