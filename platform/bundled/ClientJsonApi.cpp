@@ -50,7 +50,7 @@ bool somebodyListens(const std::string& endpoint) {
     }
     address.sin_port = htons(static_cast<std::uint16_t>(std::stoul(endpoint.substr(colon + 1))));
     const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    (void)!::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     pollfd item{probe, POLLOUT, 0};
     const int ready = ::poll(&item, 1, static_cast<int>(kConnectLimit.count()));
     ::close(probe);

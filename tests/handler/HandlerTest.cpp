@@ -88,11 +88,11 @@ TEST(HandlerInitDeathTest, ChecksEveryStepExceptTheSystemManagers) {
         EXPECT_EXIT(initWith(kPlenty, places, places), testing::ExitedWithCode(kFull), checked);
     }
     int sockets = 0;
-    for (const std::string first : {"session manager: ", "system manager: .*PTP management: ",
-                                    "PTP management: ", "request"}) {
+    for (const char* first : {"session manager: ", "system manager: .*PTP management: ",
+                              "PTP management: ", "request"}) {
         ++sockets;
         EXPECT_EXIT(initWith(sockets, kPlenty, sockets), testing::ExitedWithCode(kNoSocket),
-                    "ERR test: " + first + ".*" + checked);
+                    std::string("ERR test: ").append(first).append(".*").append(checked));
     }
     EXPECT_EXIT(initWith(kPlenty, 4, 4), testing::ExitedWithCode(0), "^$");
 }
