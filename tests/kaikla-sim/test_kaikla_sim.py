@@ -74,15 +74,11 @@ def test_exit_status(status, table):
     (line("ptp", 1000, {}, 499), "goes back from 500 to 499"),
     (line("nmos", 1000, {}, 600), '"service" must be'),
     (line("ptp", 1003, {}, 600), '"ptp" has no kind 1003'),
-    (line("ptp", 1000, [], 600), '"payload" must be an object'),
     (line("session", 1003, {"session": 7}, 600), 'kind 1003 (session status) has no "id"'),
     # Each kind is read with the record that receivers read it with.
-    *[(line(service, kind, payload, 600), f"kind {kind} ({name}) cannot be decoded")
-      for service, kind, name, payload in (
-          ("session", 1000, "new session", {"id": 1, "audio": [{"id": "x"}]}),
-          ("session", 1003, "session status", {"id": 1, "alarms": [{"type": "high"}]}),
-          ("system", 1001, "dynamic-information update", {"eths": [{"name": {}}]}),
-          ("ptp", 1001, "PTP configuration change", {"ports": [{"portNumber": []}]}))],
+    (session(1000, 1, 600, audio=[{"id": "x"}]), "kind 1000 (new session) cannot be decoded"),
+    (session(1003, 1, 600, alarms=[{"type": ""}]), "kind 1003 (session status) cannot be decoded"),
+    (line("system", 1001, {"eths": 7}, 600), "(dynamic-information update) cannot be decoded"),
     # It fits a line, but not a notification, in which each character is escaped.
     (line("ptp", 1000, {"": "?"}, 600).replace("?", "é" * (MIB // 4)), "notification would be"),
 ], ids=lambda value: value[:60])
@@ -100,20 +96,17 @@ HISTORY = "".join(
     line(service, kind, {"id": identity, "text": text}) for service, events in {
         "session": [
             (1000, 4, ""), (1003, 4, ""), (1002, 4, ""), (1000, 1, "one"), (1003, 1, ""),
-            (1000, 2, "two"), (1003, 2, "status two"), (1002, 1, "configuration"),
-            (1003, 1, "later status"), (1000, 3, ""), (1003, 3, ""), (1002, 3, ""),
-            (1004, 3, "advertised"), (1001, 3, ""), (1001, 99, ""), (1000, 4, "anew"),
-            (1004, 4, ""), (1005, 4, ""), (1006, 4, "")],
-        "system": [(1000, 0, "parameter"), (1001, 0, ""), (1002, 0, ""), (1003, 0, "list"),
-                   (1001, 0, "ports")],
+            (1002, 1, "configuration"), (1003, 1, "status"), (1004, 3, "advertised"),
+            (1000, 3, ""), (1003, 3, ""), (1002, 3, ""), (1001, 3, ""), (1001, 99, ""),
+            (1000, 4, "anew"), (1004, 4, ""), (1005, 4, ""), (1006, 4, "")],
+        "system": [(1001, 0, ""), (1003, 0, "list"), (1001, 0, "ports")],
         "ptp": [(1001, 0, ""), (1000, 0, "status"), (1001, 0, "configured")],
     }.items() for kind, identity, text in events)
 
 
 @pytest.mark.parametrize("service, topic, state", [
-    (SESSION, b"", "one,two,status two,configuration,later status,advertised,anew"),
-    (SESSION, b"1003", "status two,later status"), (SESSION, b"1004", "advertised"),
-    (SYSTEM, b"", "parameter,list,ports"), (PTP, b"", "status,configured"),
+    (SESSION, b"", "one,configuration,status,advertised,anew"), (SESSION, b"1003", "status"),
+    (SYSTEM, b"", "list,ports"), (PTP, b"", "status,configured"),
 ])
 def test_a_late_subscriber_receives_the_state(tmp_path, service, topic, state):
     with Sim(tmp_path, HISTORY) as sim:
@@ -144,15 +137,11 @@ def test_the_device_has_one_id(tmp_path, lines, options, device, names):
             assert requester.recv_json()["payload"]["device"]["id"] == device
 
 
-def test_plays_in_time(tmp_path):
-    lines = session(1000, 1) + session(1000, 2, at=200) + session(1000, 3, at=200)
+def test_plays_in_time_and_ends_on_a_signal_whatever_it_does(tmp_path):
     start = time.monotonic()
-    with Sim(tmp_path, lines, "--speed", "0.5", "--exit-at-end") as sim:
+    with Sim(tmp_path, session(1000, 2, at=200), "--speed", "0.5", "--exit-at-end") as sim:
         assert sim.wait() == 0
         assert time.monotonic() - start > 0.4
-
-
-def test_ends_on_a_signal_whatever_it_does(tmp_path):
     with Sim(tmp_path, session(1000, 1, at=1), "--loop", "--speed", "1e9") as sim:
         for _ in range(3):
             sim.wait_played()
