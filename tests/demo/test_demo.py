@@ -78,7 +78,6 @@ def test_the_demo_names_a_port_that_is_taken(tmp_path, taker, sentence):
 def test_the_day_can_be_looked_at_until_an_interrupt(tmp_path):
     show = start(tmp_path, "show")
     address = re.search(r"http://\S+?/", show.stdout.readline())[0]
-    with urllib.request.urlopen(address + "readyz") as answer:
-        assert answer.status == 200
+    urllib.request.urlopen(address + "readyz").close()
     os.killpg(show.pid, signal.SIGINT)
     assert finish(show, tmp_path)[::2] == (0, "")

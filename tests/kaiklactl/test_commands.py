@@ -17,9 +17,8 @@ MISTAKES = [
     ("", "subcommand is required"),
     ("bogus", 'no command "bogus"'),
     ("add", "address is required"),
-    ("list surplus", "surplus"),
-    *((f"list --timeout {text}", "it must be from 0.01") for text in "0 nan inf 3601 x".split()),
-    *((f"watch --count {text}", "it must be a number") for text in "0 -1 x".split()),
+    *((f"list --timeout {text}", "it must be from 0.01") for text in "0 nan 3601".split()),
+    ("watch --count 0", "it must be a number"),
     *((f"{use} {address}", fault.replace("%s", address))
       for use in ("add", "drain", "list --server", "watch --address")
       for fault, addresses in BAD_ADDRESSES.items() for address in addresses.split()),
@@ -45,7 +44,6 @@ def test_consumers_come_and_go(service):
         (f"add {here}", f"{here} is registered.", ""),
         ("list", f"{here}\n{mute}  ! what listens there is stopped or no consumer\n"
                  f"{gone}  ! nobody listens there", ""),
-        ("list --no-check", f"{here}\n{mute}\n{gone}", ""),
         (f"remove {gone}", f"{gone} is not registered any more.", ""),
         (f"remove {gone}", f"{gone} was not registered.", ""),
         (f"remove {other}", f"{other} was not registered, but {here} is.", ""),
