@@ -1,10 +1,10 @@
 """An independent model of kaikla: its document, and what it publishes and logs for notifications.
 
     model = Model()                             # .node() is the NMOS node's answer; None: absent
-    model.add("tcp://127.0.0.1:7000")           # returns the command's result
+    model.add(address)
     model.notify(SESSION, 1003, {"id": 1})
     model.document()                            # as in "GET device status"
-    model.sent["tcp://127.0.0.1:7000"]          # the exact texts that this consumer has been sent
+    model.sent[address]                         # the exact texts that this consumer has been sent
     model.lines                                 # the log at level 6, as relevant() leaves it
     model.asked                                 # how often the NMOS node has been asked
 
@@ -184,13 +184,11 @@ class Model:
         self._registered.add(address)
         self.sent.setdefault(address, [])
         self._publish_all(address)
-        return 0
 
     def remove(self, address):
         if address in self._registered:
             self._log(f"WRN WebnotifierPublisher: destroying socket to {address}")
             self._registered.remove(address)
-        return 0
 
     def notify(self, service, kind, payload):
         action = {
@@ -311,7 +309,7 @@ _as_signed = TYPES["s64"].read  # as the log prints ids
 class Twin:
     """A running service at log level 6 and its model, which are told the same."""
 
-    def __init__(self, device, service, consumers=2):
+    def __init__(self, device, service):
         self.device, self.service, self.model = device, service, Model(self._answer)
         self.node_present = True
         self._asks = self._unreached = 0
@@ -323,12 +321,10 @@ class Twin:
         self._start = len(service.log())
         self._last = None
         self.consumers = {}
-        for _ in range(consumers):
-            self.add(service.consumer(greeting=False))
-
-    def add(self, consumer):
-        self.consumers[consumer.address] = consumer
-        self.model.add(consumer.address)
+        for _ in range(2):
+            consumer = service.consumer(greeting=False)
+            self.consumers[consumer.address] = consumer
+            self.model.add(consumer.address)
 
     def _answer(self):
         """What the service made of the node: on a busy machine it may miss one that is there."""

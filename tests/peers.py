@@ -161,7 +161,9 @@ class Process:
             text = log.read()
         text = text[: text.rfind(b"\n") + 1]
         self._parsed += len(text)
-        self._lines += normalized(text.decode(errors="replace"))
+        for line in text.decode(errors="replace").split("\n")[:-1]:
+            line = re.sub(r"^\S+Z (\w+) [\w-]+: ", r"\1 ", line)
+            self._lines.append(re.sub(r"^(ERR CHK\(.*\)::)\d+ ", r"\1# ", line))
         return self._lines
 
     def lines_with(self, text):
@@ -180,13 +182,6 @@ class Process:
 
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.pid}/fd"))
-
-
-def normalized(text):
-    """Log text as lines without time and process name, and with # for lines of the source."""
-    lines = text.split("\n")[:-1]
-    lines = [re.sub(r"^\S+Z (\w+) [\w-]+: ", r"\1 ", line) for line in lines]
-    return [re.sub(r"^(ERR CHK\(.*\)::)\d+ ", r"\1# ", line) for line in lines]
 
 
 class Client:
@@ -221,10 +216,9 @@ class Client:
 class Service(Process):
     """kaikla, ready to answer; `options` replaces `-l 6`, `wait=False` returns at once."""
 
-    def __init__(self, *options, wait=True, launcher=(), program="kaikla", **popen):
+    def __init__(self, *options, wait=True, launcher=()):
         default = shlex.split(os.environ.get("KAIKLA_LAUNCHER", ""))
-        options = options or ("-l", "6")
-        super().__init__(program, *options, launcher=(*launcher, *default), **popen)
+        super().__init__("kaikla", *(options or ("-l", "6")), launcher=(*launcher, *default))
         self.client = Client()
         self.exchange, self.request = self.client.exchange, self.client.request
         self._seen = self._markers = 0

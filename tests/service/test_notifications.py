@@ -43,13 +43,9 @@ DROPPED = [
     (SYSTEM, b"1001", [b'{"command_id":1001,"payload":{"temperature_c":1e999}}'], ""),
     *(
         (service, b"%d" % kind, [message(kind, {"id": 2, name: value})], "")
-        for service, kind, name in (
-            (SESSION, 1000, "audio"),
-            (SESSION, 1000, "video"),
-            (SYSTEM, 1001, "eths"),
-            (PTP, 1000, "ports"),
-            (PTP, 1001, "ports"),
-        )
+        for service, kind, name in ((SESSION, 1000, "audio"), (SESSION, 1000, "video"),
+                                    (SYSTEM, 1001, "eths"), (PTP, 1000, "ports"),
+                                    (PTP, 1001, "ports"))
         for value in (5, "text", {}, {"a": 1}, True)
     ),
     *(
