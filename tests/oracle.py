@@ -7,12 +7,6 @@
     model.sent[address]                         # the exact texts that this consumer has been sent
     model.lines                                 # the log at level 6, as relevant() leaves it
     model.asked                                 # how often the NMOS node has been asked
-
-    twin = Twin(device, service)                # a service with two consumers, and its model
-    twin.send(SESSION, 1003, {"id": 1})         # tells both
-    twin.compare()                              # documents, messages, log, requests to the node
-
-notifications(random.Random(1)) makes any number of (service, kind, payload).
 """
 
 import json
@@ -37,10 +31,11 @@ class Number(Plain):
     def __init__(self, bits, signed, sent=64):
         low = -(1 << (bits - 1)) if signed else 0
         super().__init__(lambda value: (int(value or 0) - low) % (1 << bits) + low)
-        self.make = lambda rng: self._near(rng, 1 << rng.choice((0, 7, 8, 15, 16, 31, sent - 1)))
+        self._bits = (0, 7, 8, 15, 16, 31, sent - 1)
+        self.make = self._near_an_edge
 
-    @staticmethod
-    def _near(rng, edge):
+    def _near_an_edge(self, rng):
+        edge = 1 << rng.choice(self._bits)
         return rng.choice((0, 1, -1, edge - 1, -edge, rng.randrange(edge)))
 
 

@@ -123,16 +123,6 @@ def test_a_consumer_is_added_greeted_listed_and_removed(device, service):
     assert destroyed == [f"WRN WebnotifierPublisher: destroying socket to {a}" for a in others]
 
 
-def test_requests_of_one_client_are_answered_one_by_one_in_order(service):
-    client = Client()
-    commands = [i % 5 for i in range(500)]
-    for command in commands:
-        # Several frames are one request all the same.
-        client.send(*([b"{}"] if command == 4 else []), b'{"command_id":%d}' % command)
-    replies = [json.loads(client.receive())["command_id"] for _ in commands]
-    assert replies == [command % 4 for command in commands]
-
-
 @pytest.mark.skipif(INSTRUMENTED, reason="limits the address space")
 def test_a_lack_of_memory_costs_a_command_and_never_cuts_a_text(device, service):
     def limit(room):
