@@ -30,13 +30,9 @@ class Number(Plain):
 
     def __init__(self, bits, signed, sent=64):
         low = -(1 << (bits - 1)) if signed else 0
-        super().__init__(lambda value: (int(value or 0) - low) % (1 << bits) + low)
-        self._bits = (0, 7, 8, 15, 16, 31, sent - 1)
-        self.make = self._near_an_edge
-
-    def _near_an_edge(self, rng):
-        edge = 1 << rng.choice(self._bits)
-        return rng.choice((0, 1, -1, edge - 1, -edge, rng.randrange(edge)))
+        edges = [1 << bit for bit in (1, 7, 8, 15, 16, 31, sent - 1)]
+        choices = [number for edge in edges for number in (edge - 1, -edge, edge * 2 // 3, 0)]
+        super().__init__(lambda value: (int(value or 0) - low) % (1 << bits) + low, *choices)
 
 
 class Many:
@@ -319,6 +315,8 @@ class Twin:
         for _ in range(2):
             consumer = service.consumer(greeting=False)
             self.consumers[consumer.address] = consumer
+            self.model.add(consumer.address)
+            assert service.add(consumer.address) == 0
             self.model.add(consumer.address)
 
     def _answer(self):

@@ -6,8 +6,6 @@
         assert consumer.receive()["payload"]["id"] == 1    # validated against its schema
         assert service.request(3)["payload"] == {"remote": [consumer.address]}
         service.wait_line("INF avmgrNotifyUpdateSessionStatusEvent:: session 1")
-        device.node.answer("other id", delay=0.5)          # None: silent; bytes: a raw frame
-        service.stop()                                     # SIGTERM; its exit status must be 0
 
 Program paths, the launcher and the slowness come from the environment; see conftest.py.
 """

@@ -8,6 +8,7 @@ import resource
 import socket
 import threading
 import time
+from collections import Counter
 from contextlib import suppress
 
 import pytest
@@ -89,24 +90,12 @@ def test_a_refused_request_gets_one_reply_and_changes_nothing(device, service):
 
 
 def test_a_consumer_is_added_greeted_listed_and_removed(device, service):
-    consumer = service.consumer(greeting=False)
-    greeting = consumer.receive_text()
-    document = json.dumps(service.document(), sort_keys=True, separators=(",", ":"))
-    name = '"command_name":"status-all"'
-    assert greeting == f'{{"command_id":0,{name},"payload":{document}}}'
-    published = f"INF Publishing message to socket ({consumer.address}) size {len(greeting)}"
-    again = f"we already have a connection to this remote server {consumer.address}. ignoring it."
+    consumer = service.consumer()
     body = b'{"command_id":1,"payload":{"address":"%s"}}' % consumer.address.encode()
-    service.new_lines()
     assert service.exchange(body) == (
         b'{"command_id":1,"command_name":"Add remote info consumer","payload":{},"result":0}'
     )
-    assert consumer.receive_text() == greeting
-    assert service.new_lines() == [
-        "ERR WebnotifierPublisher: " + again,
-        published,
-        "DBG command 1 (Add remote info consumer) carried out",
-    ]
+    assert service.new_lines()[-1] == "DBG command 1 (Add remote info consumer) carried out"
     # Byte for byte, ascending: others in between, and texts that only begin alike.
     others = [consumer.address, "tcp://b:1", "tcp://a:2", "tcp://a:1", "tcp://a:10"]
     for address in others[1:]:
@@ -158,8 +147,6 @@ def test_a_lack_of_memory_costs_a_command_and_never_cuts_a_text(device, service)
 class Regular(Client):
     """Registers, looks itself up, reads the status and leaves, over and over."""
 
-    answers = 0
-
     def __init__(self):
         super().__init__()
         self.consumer = Consumer()
@@ -179,13 +166,10 @@ class Regular(Client):
             assert reply["payload"]["status"]["device_id"] == "dev"
         while self.consumer.receive_text(0):
             pass
-        self.answers += 1
 
 
 class Vandal(Client):
     """Sends what no request is."""
-
-    answers = 0
 
     def ask(self):
         garbage = random.randbytes(random.randrange(1, 1000))
@@ -194,7 +178,6 @@ class Vandal(Client):
 
     def take(self):
         assert json.loads(self.receive())["result"] == self.result
-        self.answers += 1
 
 
 def stranger(over, visits):
@@ -215,6 +198,7 @@ def test_a_crowd_of_clients_is_answered(device, full, record_property):
         device.send(SESSION, 1003, {"id": 1, "device_id": "dev"})
         clients = [Regular() for _ in range(25)] + [Vandal() for _ in range(20)]
         by_socket = {client.socket: client for client in clients}
+        answers = Counter()
         poller = zmq.Poller()
         for client in clients:
             poller.register(client.socket, zmq.POLLIN)
@@ -228,16 +212,17 @@ def test_a_crowd_of_clients_is_answered(device, full, record_property):
             while time.monotonic() < end:
                 ready = poller.poll(TIMEOUT * 1000)
                 assert ready, "nobody is answered"
-                for client, _ in ready:
-                    by_socket[client].take()
-                    by_socket[client].ask()
+                for client in (by_socket[each] for each, _ in ready):
+                    client.take()
+                    client.ask()
+                    answers[client] += 1
         finally:
             over.set()
         for thread in strangers:
             thread.join()
-        assert all(client.answers > 0 for client in clients) and visits
+        assert len(answers) == len(clients) and visits
         assert service.request(3)["result"] == 0
-    regular = sum(client.answers for client in clients[:25])
-    vandals = sum(client.answers for client in clients[25:])
+    regular = sum(answers[client] for client in clients[:25])
+    vandals = answers.total() - regular
     record_property("crowd: 50 clients", f"{regular} requests answered, {vandals} malformed ones "
                     f"refused, {len(visits)} connections without ZeroMQ")  # fmt: skip
