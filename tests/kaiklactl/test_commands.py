@@ -140,7 +140,6 @@ def offered(line):
 
 def test_completion_offers_what_is_registered_without_expanding_it(service):
     assert offered("kaiklactl dr") == {"drain"}
-    assert offered("kaiklactl list --n") == {"--no-check"}
     for address in ("tcp://127.0.0.1:7001", "tcp://127.0.0.1:7002", "ipc:///tmp/$(touch x)"):
         service.add(address)
     assert offered("kaiklactl remove tcp://127.0.0.1:700") == {"7001", "7002"}

@@ -72,7 +72,5 @@ def test_drain_takes_no_port_away_and_says_what_was_not_there(device, service):
     consumer = service.consumer()
     assert "another program" in ctl(f"drain {consumer.address}")[2]
     assert service.consumers() == [consumer.address]
-    service.add("tcp://localhost:7003")
-    for sentence in ("tcp://localhost:7003 is not registered any more; 1 message thrown away.\n",
-                     "tcp://localhost:7003 was not registered; 0 messages thrown away.\n"):
-        assert ctl("drain tcp://localhost:7003")[1] == sentence
+    absent = "tcp://localhost:7003"
+    assert ctl(f"drain {absent}")[1] == f"{absent} was not registered; 0 messages thrown away.\n"
