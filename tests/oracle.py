@@ -1,13 +1,4 @@
-"""An independent model of kaikla: its document, and what it publishes and logs for notifications.
-
-    model = Model()                             # .node() is the NMOS node's answer; None: absent
-    model.add(address)
-    model.notify(SESSION, 1003, {"id": 1})
-    model.document()                            # as in "GET device status"
-    model.sent[address]                         # the exact texts that this consumer has been sent
-    model.lines                                 # the log at level 6, as relevant() leaves it
-    model.asked                                 # how often the NMOS node has been asked
-"""
+"""An independent model of kaikla: its document, what it publishes and what it logs."""
 
 import json
 import re

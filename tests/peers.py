@@ -1,12 +1,5 @@
 """The world around kaikla: the running service, a played device, consumers and clients.
 
-    with Device() as device, Service() as service:         # both are fixtures, too
-        consumer = service.consumer()                      # bound, registered and greeted
-        device.send(SESSION, 1003, {"id": 1, "device_id": "dev"})  # waits for the subscription
-        assert consumer.receive()["payload"]["id"] == 1    # validated against its schema
-        assert service.request(3)["payload"] == {"remote": [consumer.address]}
-        service.wait_line("INF avmgrNotifyUpdateSessionStatusEvent:: session 1")
-
 Program paths, the launcher and the slowness come from the environment; see conftest.py.
 """
 
@@ -390,7 +383,6 @@ class Device:
 class Node:
     """The NMOS node service. Its process is kept for the next node of this test process.
 
-    open(), close()         binds the endpoint, or goes away
     answer(reply, delay)    how each request is answered from now on, `delay` seconds late: a text
                             is the device's id, bytes or a list of them are raw frames, None is
                             silence, and Node.VANISH closes the endpoint

@@ -9,7 +9,7 @@ MIB = 1 << 20
 STATUS = (SESSION, 1003)
 
 
-def test_ports_of_one_name_and_ports_whose_number_is_negative_in_a_configuration(device, service):
+def test_ports_of_one_name_and_ports_of_a_negative_number_in_a_configuration(device, service):
     twin = oracle.Twin(device, service)
     # Each is compared with the first of its name: the second list is the same, the fourth too.
     for states in ((1, 1), (1, 0), (0, 1), (0, 1)):
@@ -31,14 +31,12 @@ GOOD = message(1003, {"id": 1, "device_id": "dev"})
 DROPPED = [
     (SESSION, b"1003", [], "it does not have two frames"),
     (SESSION, b"1003", [GOOD, b""], "it does not have two frames"),
-    (SESSION, b"1003", [b""], "not JSON"),
     (SESSION, b"1003", [b" " * (MIB + 1)], "longer than 1048576 bytes"),
     (SESSION, b"1003", [b"[" * 100_000], "nested deeper than 64 levels"),
     (SESSION, b"1003", [b"[]"], "not a JSON object"),
     (SESSION, b"1003", [b'{"payload":{}}'], '"command_id" is missing'),
     (SESSION, b"1003", [message(1000, {})], "its command_id is 1000"),
     (SESSION, b"1003", [message(1003, [])], "its payload is not an object"),
-    (SESSION, b"1003", [b'{"command_id":1003}'], "its payload is not an object"),
     (SESSION, b"1003", [b'{"command_id":1003,"payload":{"id":1e999}}'], ""),
     (SYSTEM, b"1001", [b'{"command_id":1001,"payload":{"temperature_c":1e999}}'], ""),
     *(
@@ -67,7 +65,7 @@ NAMES = {SESSION: "session manager", SYSTEM: "system manager", PTP: "PTP managem
 
 def test_a_malformed_notification_is_dropped_whole_with_one_line(device, service):
     consumer = service.consumer()
-    for event in ((*STATUS, {"id": 9, "device_id": "dev"}), (SYSTEM, 1001, {"eths": [{"name": "P"}]}),
+    for event in ((*STATUS, {"id": 9, "device_id": "dev"}), (SYSTEM, 1001, {"eths": [{}]}),
                   (PTP, 1000, {"ports": [{"portNumber": 1}]})):  # fmt: skip
         device.send(*event)
         consumer.receive()
