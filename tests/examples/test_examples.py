@@ -8,6 +8,7 @@ import sys
 
 import pytest
 
+import peers
 from peers import BIN, PTP, ROOT, SESSION, SYSTEM, TIMEOUT, Service
 
 BUILT = BIN.parent / "examples"
@@ -43,8 +44,9 @@ def test_a_consumer_prints_a_line_a_message_and_removes_itself(device, service, 
     assert service.consumers() == []
 
 
-def test_the_service_on_another_platform_tells_name_and_ports_of_the_host():
-    with Service("-l", "5", program=BUILT / "platform/bin/kaikla") as service:
+def test_the_service_on_another_platform_tells_name_and_ports_of_the_host(monkeypatch):
+    monkeypatch.setattr(peers, "BIN", BUILT / "platform/bin")
+    with Service("-l", "5") as service:
         consumer = service.consumer(greeting=False)
         # The ports are read at start; the consumer may come before or after.
         status = {}
