@@ -42,7 +42,7 @@ std::string decodeBase64(std::string_view text) {
 
 } // namespace
 
-Users::Users(const std::string& fileName) : file(fileName) {
+Users::Users(std::string fileName) : file(std::move(fileName)) {
     reload();
 }
 

@@ -16,7 +16,7 @@ namespace gateway {
 class Users {
 public:
     /// Throws std::runtime_error with a sentence when the file cannot be read or holds no user.
-    explicit Users(const std::string& fileName);
+    explicit Users(std::string fileName);
 
     /// Reads the file again. When that fails, the users stay as they were and it throws as above.
     void reload();
