@@ -60,28 +60,27 @@ void record(const std::string& fileName, const StopSignals& stop) {
     std::cerr << "kaikla-sim: " << recorder.recorded() << " notifications recorded\n";
 }
 
-sim::ExitStatus run(const sim::Options& options, const StopSignals& stop) {
+} // namespace
+
+int main(int argc, char** argv) {
+    // A write to a closed pipe must fail, not end the process.
+    (void)std::signal(SIGPIPE, SIG_IGN);
     try {
+        // Before the library's thread, which inherits it.
+        const StopSignals stop;
+        const auto line = sim::readCommandLine(argc, argv);
+        if (const auto* const status = std::get_if<sim::ExitStatus>(&line)) {
+            return static_cast<int>(*status);
+        }
+        const auto& options = std::get<sim::Options>(line);
         if (options.recordFile) {
             record(*options.recordFile, stop);
         } else {
             play(options, stop);
         }
-        return sim::ExitStatus::success;
+        return static_cast<int>(sim::ExitStatus::success);
     } catch (const std::exception& error) {
         std::cerr << "kaikla-sim: " << error.what() << '\n';
-        return sim::ExitStatus::failed;
+        return static_cast<int>(sim::ExitStatus::failed);
     }
-}
-
-} // namespace
-
-int main(int argc, char** argv) {
-    // Before the library's thread, which inherits it.
-    const StopSignals stop;
-    // A write to a closed pipe must fail, not end the process.
-    (void)std::signal(SIGPIPE, SIG_IGN);
-    const auto options = sim::readCommandLine(argc, argv);
-    const auto* const wanted = std::get_if<sim::Options>(&options);
-    return static_cast<int>(wanted ? run(*wanted, stop) : std::get<sim::ExitStatus>(options));
 }
