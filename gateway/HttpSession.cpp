@@ -65,7 +65,7 @@ bool isSameName(std::string_view left, std::string_view right) {
 class Session final : public HttpSession, public std::enable_shared_from_this<Session> {
 public:
     Session(Transport transport, Shared& shared, Users* users);
-    ~Session();
+    virtual ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
     Session(Session&&) = delete;
@@ -252,7 +252,7 @@ std::optional<Answer> Session::refusal(const Request& request) {
 std::optional<Answer> Session::refusalOfStrangers(std::string_view authorization) {
     const Clock::time_point now = Clock::now();
     Answer refused = problem(401, "Unauthorized", "A name and a password are needed.");
-    refused.fields.emplace_back("WWW-Authenticate", "Basic realm=\"kaikla\", charset=\"UTF-8\"");
+    refused.fields.emplace_back("WWW-Authenticate", R"(Basic realm="kaikla", charset="UTF-8")");
     if (authorization.empty()) {
         return refused;
     }
