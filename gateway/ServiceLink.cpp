@@ -98,9 +98,11 @@ void ServiceLink::work() {
         // The library tells of an answer that is here already through no descriptor any more.
         takeReplies();
     }
-    const Clock::time_point now = Clock::now();
-    source.update(isConnected ? std::optional(outstanding ? now - outstanding->sent : now - now)
-                              : std::nullopt);
+    std::optional<Clock::duration> waiting;
+    if (isConnected) {
+        waiting = outstanding ? Clock::now() - outstanding->sent : Clock::duration::zero();
+    }
+    source.update(waiting);
 }
 
 void ServiceLink::takeReplies() {
