@@ -20,7 +20,7 @@ namespace {
 class Stream final : public EventStream, public std::enable_shared_from_this<Stream> {
 public:
     Stream(Transport transport, Shared& shared, std::string address);
-    ~Stream();
+    virtual ~Stream();
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
     Stream(Stream&&) = delete;
