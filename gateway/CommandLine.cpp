@@ -1,5 +1,6 @@
 #include "gateway/CommandLine.hpp"
 
+#include "gateway/TopicText.hpp"
 #include "platform/api/Logger.hpp"
 
 #include <CLI/CLI.hpp>
@@ -54,6 +55,49 @@ void checkSecurity(const Options& options, bool insecure) {
     }
 }
 
+/// The options that say which broker, and who one is there.
+class BrokerOptions {
+public:
+    explicit BrokerOptions(CLI::App& app) {
+        app.add_option("--mqtt", address, "An MQTT broker: mqtt[s]://[USER@]HOST[:PORT]")
+            ->type_name("ADDRESS");
+        const auto addFile = [&app](const char* name, std::string& file, const char* what) {
+            app.add_option(name, file, what)->type_name("FILE")->needs("--mqtt");
+        };
+        addFile("--mqtt-password-file", broker.passwordFile, "The user's password there");
+        addFile("--mqtt-ca", broker.ca, "Who signs the broker's certificate, PEM");
+        addFile("--mqtt-cert", broker.certificate, "Certificate to show to the broker, PEM");
+        addFile("--mqtt-key", broker.key, "Its private key, PEM");
+    }
+
+    /// Nothing when none is named.
+    std::optional<Broker> read() const {
+        if (address.empty()) {
+            return std::nullopt;
+        }
+        std::optional<Broker> read = Broker::at(address, broker);
+        if (!read) {
+            throw CLI::ValidationError("--mqtt", address +
+                                                     " is no mqtt[s]://[USER@]HOST[:PORT]; a "
+                                                     "password goes into --mqtt-password-file");
+        }
+        if (read->certificate.empty() != read->key.empty()) {
+            throw CLI::ValidationError("--mqtt-cert", "--mqtt-key goes together with it");
+        }
+        if (!read->isSecure && !(read->ca + read->certificate).empty()) {
+            throw CLI::ValidationError("--mqtt", "certificates are for mqtts://");
+        }
+        if (read->user.empty() && !read->passwordFile.empty()) {
+            throw CLI::ValidationError("--mqtt", "a password needs a USER@");
+        }
+        return read;
+    }
+
+private:
+    std::string address;
+    Broker broker;
+};
+
 } // namespace
 
 bool ListenAddress::isLoopback() const {
@@ -88,6 +132,12 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
     app.add_flag("--insecure", insecure, "Listen beyond loopback without TLS and users");
     app.add_flag("--session-metrics", options.sessionMetrics,
                  "A metric for each of the first 200 sessions");
+    BrokerOptions broker(app);
+    app.add_option("--instance", options.instance, "This device's name at the broker")
+        ->type_name("NAME")
+        ->check([](const std::string& text) {
+            return isInstanceName(text) ? "" : "letters, digits, - _ . and at most 64 of them";
+        });
     app.add_option("-L,--log", options.logFile, "Log into this file, too")->type_name("FILE");
     app.add_option("-l,--log-level", options.logLevel, "2 errors, 3 warnings, 4 notices, 5 all")
         ->type_name("LEVEL")
@@ -100,6 +150,10 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
             options.listen.push_back(listenAddress(text));
         }
         checkSecurity(options, insecure);
+        options.broker = broker.read();
+        if (options.broker.has_value() == options.instance.empty()) {
+            throw CLI::ValidationError("--mqtt", "it goes together with --instance");
+        }
     } catch (const CLI::ParseError& error) {
         // Help and version count as parse errors with the code 0.
         exitStatus = app.exit(error) == 0 ? 0 : kUsageStatus;

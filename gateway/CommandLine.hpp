@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gateway/MqttClient.hpp"
 #include "platform/PlatformProtocol.hpp"
 
 #include <cstdint>
@@ -27,6 +28,9 @@ struct Options {
     std::string tlsKey;
     std::string users;
     bool sessionMetrics = false;
+    /// Where the state is published, under the instance's name.
+    std::optional<Broker> broker;
+    std::string instance;
     std::string logFile;
     int logLevel = 0;
 };

@@ -217,6 +217,16 @@ const Json::Value* DeviceState::session(std::uint64_t sessionId) const {
     return found == sessionsById.end() ? nullptr : &found->second.json;
 }
 
+DeviceState::Totals DeviceState::totals() const {
+    Totals totals;
+    for (const auto& [sessionId, entry] : sessionsById) {
+        ++totals.sessions;
+        totals.streams += entry.streams;
+        totals.alarms.add(entry.alarms);
+    }
+    return totals;
+}
+
 Json::Value DeviceState::toJson() const {
     Json::Value json;
     if (!isKnown) {
@@ -245,11 +255,11 @@ void DeviceState::takeDeviceId(const std::string& deviceId, Changes& changes) {
 void DeviceState::takeOneSession(const SessionStatusData& record, Changes& changes) {
     Session& entry = sessionsById[record.id];
     Session next = sessionEntry(record, entry.json, now());
-    const bool isChanged = next.json != entry.json;
+    Json::Value before = std::move(entry.json);
     entry = std::move(next);
     entry.message = message;
-    if (isChanged) {
-        changes.push_back({"session", named("session", entry.json)});
+    if (entry.json != before) {
+        changes.push_back({"session", named("session", entry.json), std::move(before)});
     }
 }
 
@@ -305,7 +315,8 @@ void DeviceState::takeAllSessions(const std::list<SessionStatusData>& records,
         const auto& [sessionId, entry] = item;
         const bool isGone = !present.contains(sessionId) && !isNewer(entry);
         if (isGone) {
-            changes.push_back({"session-removed", named("id", std::to_string(sessionId))});
+            changes.push_back(
+                {"session-removed", named("id", std::to_string(sessionId)), entry.json});
         }
         return isGone;
     });

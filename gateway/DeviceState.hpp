@@ -32,6 +32,8 @@ struct Change {
     std::string kind;
     /// The event's data.
     Json::Value data;
+    /// The session that has changed or is removed, as it was; null for a new one.
+    Json::Value before{};
 };
 
 /// What the gateway knows about the device, in the API's form, and what each message changes in it.
@@ -46,6 +48,13 @@ public:
         std::string worst;
         /// The message that this came with.
         std::uint64_t message = 0;
+    };
+
+    /// What the sessions hold together.
+    struct Totals {
+        std::uint64_t sessions = 0;
+        std::uint64_t streams = 0;
+        AlarmCounts alarms;
     };
 
     using Changes = std::vector<Change>;
@@ -74,6 +83,7 @@ public:
     const std::map<std::uint64_t, Session>& sessions() const { return sessionsById; }
     /// One session, null when there is none.
     const Json::Value* session(std::uint64_t id) const;
+    Totals totals() const;
     /// How often the grandmaster has changed, and when it did last.
     std::uint64_t grandmasterChanges() const { return grandmasterChangeCount; }
     Clock::time_point grandmasterChanged() const { return lastGrandmasterChange; }

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <exception>
 #include <memory>
+#include <stdexcept>
 #include <utility>
 
 namespace gateway {
@@ -31,8 +32,10 @@ TlsContext readCertificate(const Options& options) {
 
 Gateway::Gateway(Options chosen)
     : options(std::move(chosen)), source([this] { publishSource(); }),
-      api({device, monitors, history, ring, clients, incidents, source, inboxDropped},
-          options.sessionMetrics),
+      parts{device, monitors,     history,
+            ring,   clients,      incidents,
+            source, inboxDropped, options.broker ? &mqttFigures : nullptr},
+      api(parts, options.sessionMetrics),
       shared{api, {ring, clients, incidents, [this] { return api.snapshot(); }}, options.hosts, {}},
       loop(1),
       link(loop, context, options.service, options.consumer, source,
@@ -44,6 +47,12 @@ Gateway::Gateway(Options chosen)
     if (!options.users.empty()) {
         users.emplace(options.users);
         tls = readCertificate(options);
+    }
+    if (options.broker) {
+        mqtt.emplace(loop, *options.broker, options.instance, parts, mqttFigures, [this] {
+            failure = "another gateway is " + options.instance + " at the broker";
+            stop();
+        });
     }
     for (const ListenAddress& each : options.listen) {
         const bool isGuarded = users && !each.isLoopback();
@@ -61,6 +70,9 @@ void Gateway::run() {
     timer.expires_after(kTick);
     tick();
     loop.run();
+    if (!failure.empty()) {
+        throw std::runtime_error(failure);
+    }
 }
 
 void Gateway::takeMessages() {
@@ -127,6 +139,9 @@ void Gateway::publish(const DeviceState::Changes& changes, Clock::time_point tak
         }
         ring.publish(change.kind, change.data, taken);
     }
+    if (mqtt) {
+        mqtt->take(changes);
+    }
     for (const Change& change : monitors.update(device, changes, Clock::now())) {
         ring.publish(change.kind, change.data, taken);
     }
@@ -146,6 +161,9 @@ void Gateway::tick() {
         }
         timer.expires_at(timer.expiry() + kTick);
         link.tick();
+        if (mqtt) {
+            mqtt->tick();
+        }
         if (++ticks % kTicksInSecond == 0) {
             everySecond();
         }
@@ -192,10 +210,21 @@ void Gateway::waitForSignal() {
 }
 
 void Gateway::stop() {
+    if (std::exchange(isStopping, true)) {
+        return;
+    }
     for (Listener& listener : listeners) {
         listener.close();
     }
-    link.removeRegistration([this] { loop.stop(); });
+    const auto ended = [this, left = std::make_shared<int>(mqtt ? 2 : 1)] {
+        if (--*left == 0) {
+            loop.stop();
+        }
+    };
+    if (mqtt) {
+        mqtt->stop(ended);
+    }
+    link.removeRegistration(ended);
 }
 
 /// Connections that stand keep what they began with.

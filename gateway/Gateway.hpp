@@ -4,6 +4,7 @@
 #include "gateway/CommandLine.hpp"
 #include "gateway/Ingest.hpp"
 #include "gateway/Listener.hpp"
+#include "gateway/MqttPublisher.hpp"
 #include "gateway/ServiceLink.hpp"
 #include "gateway/Users.hpp"
 
@@ -25,7 +26,8 @@ public:
     /// be bound or read.
     explicit Gateway(Options options);
 
-    /// Returns when a signal asks for it and the registration has been taken out.
+    /// Returns when a signal asks for it and the registration has been taken out. Throws
+    /// std::runtime_error when another gateway has its instance's name.
     void run();
 
 private:
@@ -51,7 +53,9 @@ private:
     Monitors monitors;
     PtpHistory history;
     std::uint64_t inboxDropped = 0;
+    MqttFigures mqttFigures;
     Source source;
+    const Parts parts;
     Api api;
     HttpSession::Shared shared;
     std::optional<Users> users;
@@ -63,6 +67,9 @@ private:
     boost::asio::signal_set signals;
     Timer timer;
     unsigned ticks = 0;
+    std::string failure;
+    bool isStopping = false;
+    std::optional<MqttPublisher> mqtt;
     Ingest ingest;
 };
 

@@ -103,19 +103,15 @@ void addPtp(Exposition& out, const DeviceState& device) {
 }
 
 void addSessions(Exposition& out, const Parts& parts, bool withSessions) {
-    AlarmCounts alarms;
-    std::uint64_t streams = 0;
-    for (const auto& [id, session] : parts.device.sessions()) {
-        alarms.add(session.alarms);
-        streams += session.streams;
-    }
+    const DeviceState::Totals totals = parts.device.totals();
     out.family("kaikla_sessions", "gauge", "Media sessions.");
-    out.sample(static_cast<double>(parts.device.sessions().size()));
+    out.sample(static_cast<double>(totals.sessions));
     out.family("kaikla_streams", "gauge", "Streams of all sessions.");
-    out.sample(static_cast<double>(streams));
+    out.sample(static_cast<double>(totals.streams));
     out.family("kaikla_alarms", "gauge", "Active alarms of sessions and streams.");
     for (std::size_t i = 0; i < AlarmCounts::severities; ++i) {
-        out.sample("severity", AlarmCounts::kNames.at(i), static_cast<double>(alarms.number.at(i)));
+        out.sample("severity", AlarmCounts::kNames.at(i),
+                   static_cast<double>(totals.alarms.number.at(i)));
     }
     if (!withSessions) {
         return;
@@ -194,6 +190,13 @@ void addGateway(Exposition& out, const Parts& parts) {
                "Messages of the service discarded because the inbox was full.");
     out.sample(static_cast<double>(parts.inboxDropped));
     addDeliveries(out, parts.clients.deliveries());
+    if (parts.mqtt != nullptr) {
+        out.family("kaikla_gateway_mqtt_connected", "gauge", "Whether the broker is connected.");
+        out.sample(parts.mqtt->isConnected ? 1 : 0);
+        out.family("kaikla_gateway_mqtt_superseded_total", "counter",
+                   "Values that the broker was not told, because newer ones took their place.");
+        out.sample(static_cast<double>(parts.mqtt->superseded));
+    }
 }
 
 } // namespace

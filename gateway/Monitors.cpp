@@ -138,11 +138,19 @@ Json::Value Monitors::words() const {
     return json;
 }
 
+Json::Value Monitors::deviceDetails() const {
+    Json::Value json;
+    json[kOverall] = toJson(kOverall, overall);
+    json[kLinks] = toJson(kLinks, links);
+    json[kSynchronization] = toJson(kSynchronization, synchronization);
+    return json;
+}
+
 Json::Value Monitors::details() const {
     Json::Value list(Json::arrayValue);
-    list.append(toJson(kOverall, overall));
-    list.append(toJson(kLinks, links));
-    list.append(toJson(kSynchronization, synchronization));
+    for (const Json::Value& each : deviceDetails()) {
+        list.append(each);
+    }
     for (const auto& [id, monitor] : sessions) {
         list.append(toJson(sessionName(id), monitor));
     }

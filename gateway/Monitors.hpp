@@ -44,6 +44,9 @@ public:
     /// Each monitor's word, by name.
     Json::Value words() const;
 
+    /// Those of the whole device, each as in details(), by name.
+    Json::Value deviceDetails() const;
+
     /// A list with word, message, transitions and time of the last change of each.
     Json::Value details() const;
 

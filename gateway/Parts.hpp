@@ -12,6 +12,14 @@
 
 namespace gateway {
 
+/// How the publishing at a broker goes.
+struct MqttFigures {
+    bool isConnected = false;
+    /// What has never been published, because something newer took its place or the broker was
+    /// away.
+    std::uint64_t superseded = 0;
+};
+
 /// What the gateway is made of, for those who describe it.
 struct Parts {
     const DeviceState& device;
@@ -23,6 +31,8 @@ struct Parts {
     const Source& source;
     /// Messages of the service that were discarded because the inbox was full.
     const std::uint64_t& inboxDropped;
+    /// Null without a broker.
+    const MqttFigures* mqtt = nullptr;
 };
 
 } // namespace gateway
