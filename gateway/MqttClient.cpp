@@ -31,6 +31,9 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int kQos = 1;
+/// Brokers bound what waits for a client with QoS 1, usually at 1,000 messages, and drop retained
+/// ones beyond it. Without, the connection itself holds them back.
+constexpr int kSubscriptionQos = 0;
 constexpr milliseconds kShortestDelay{100};
 constexpr milliseconds kFirstDelay{2000};
 constexpr milliseconds kLongestDelay{10000};
@@ -288,7 +291,7 @@ void MqttClient::Connection::carryOut(Order& order) {
         }
         break;
     case Order::Kind::subscribe:
-        if (mosquitto_subscribe(handle.get(), &id, message.topic.c_str(), kQos) ==
+        if (mosquitto_subscribe(handle.get(), &id, message.topic.c_str(), kSubscriptionQos) ==
             MOSQ_ERR_SUCCESS) {
             filters[id] = message.topic;
         }

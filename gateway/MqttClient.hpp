@@ -47,8 +47,9 @@ struct MqttMessage {
 };
 
 /// A connection to a broker, MQTT 3.1.1, which is made again as often as it is lost, after a random
-/// delay that grows. Everything goes with QoS 1. The library has a thread of its own; the functions
-/// here are called from the loop, and every handler is called on the loop.
+/// delay that grows. What is published goes with QoS 1, what comes with QoS 0. The library has a
+/// thread of its own; the functions here are called from the loop, and every handler is called on
+/// the loop.
 ///
 /// Nothing is kept for a broker that is away: what has been published and not acknowledged when the
 /// connection is lost may never arrive, and subscriptions are made again by onConnected.

@@ -25,6 +25,8 @@ INCLUDES = {
     "app": ["app", "handler", "platform/api"],
     # Companions speak the messages; they are no part of the service, nor is it a part of them.
     "tools": ["tools", *RECORDS, *VOCABULARY],
+    "tools/kaikla-devices": ["tools", "platform/api/Logger.hpp", "gateway/ApiText.hpp",
+                             "gateway/MqttClient.hpp", "gateway/TopicText.hpp"],
     "gateway": ["gateway", "tools/client", "platform/api/Logger.hpp", *RECORDS, *VOCABULARY],
     "bench": ["bench", PROTOCOL],
     "tests": ["tests", "app", "handler", "publisher", "platform/api", "tools", *RECORDS],
