@@ -7,7 +7,7 @@ namespace gateway {
 
 /// One file of the page, as it is built into the program.
 struct Asset {
-    /// "/" or "/assets/NAME.HASH.EXT".
+    /// "NAME.html" of a document, "/assets/NAME.HASH.EXT" of any other file.
     std::string_view path;
     const char* type;
     std::span<const unsigned char> plain;

@@ -34,7 +34,7 @@ ListenAddress listenAddress(const std::string& text) {
     return result;
 }
 
-void checkSecurity(const Options& options, bool insecure) {
+void checkSecurity(const ServerOptions& options, bool insecure) {
     const bool isOpen = std::any_of(options.listen.begin(), options.listen.end(),
                                     [](const ListenAddress& each) { return !each.isLoopback(); });
     const bool hasAny =
@@ -121,12 +121,12 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
     app.add_option("--listen", listen, "Where clients connect to; may be given several times")
         ->type_name("ADDRESS:PORT")
         ->capture_default_str();
-    app.add_option("--host", options.hosts, "A name of this host that clients may use")
+    app.add_option("--host", options.server.hosts, "A name of this host that clients may use")
         ->type_name("NAME");
-    app.add_option("--tls-cert", options.tlsCertificate, "Certificate chain, PEM")
+    app.add_option("--tls-cert", options.server.tlsCertificate, "Certificate chain, PEM")
         ->type_name("FILE");
-    app.add_option("--tls-key", options.tlsKey, "Its private key, PEM")->type_name("FILE");
-    app.add_option("--users", options.users, "Lines name:hash, hashed by openssl passwd -6")
+    app.add_option("--tls-key", options.server.tlsKey, "Its private key, PEM")->type_name("FILE");
+    app.add_option("--users", options.server.users, "Lines name:hash, hashed by openssl passwd -6")
         ->type_name("FILE");
     bool insecure = false;
     app.add_flag("--insecure", insecure, "Listen beyond loopback without TLS and users");
@@ -147,9 +147,9 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
     try {
         app.parse(argc, argv);
         for (const std::string& text : listen) {
-            options.listen.push_back(listenAddress(text));
+            options.server.listen.push_back(listenAddress(text));
         }
-        checkSecurity(options, insecure);
+        checkSecurity(options.server, insecure);
         options.broker = broker.read();
         if (options.broker.has_value() == options.instance.empty()) {
             throw CLI::ValidationError("--mqtt", "it goes together with --instance");

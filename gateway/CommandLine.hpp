@@ -18,15 +18,20 @@ struct ListenAddress {
     bool isLoopback() const;
 };
 
-struct Options {
-    std::string service = platform_protocol::kCommandEndpoint;
-    std::string consumer;
+/// The side towards clients.
+struct ServerOptions {
     std::vector<ListenAddress> listen;
     std::vector<std::string> hosts;
     /// For listeners beyond loopback; all three or, with --insecure, none.
     std::string tlsCertificate;
     std::string tlsKey;
     std::string users;
+};
+
+struct Options {
+    std::string service = platform_protocol::kCommandEndpoint;
+    std::string consumer;
+    ServerOptions server;
     bool sessionMetrics = false;
     /// Where the state is published, under the instance's name.
     std::optional<Broker> broker;

@@ -18,7 +18,7 @@ std::string drawEpoch() {
 
 } // namespace
 
-EventRing::EventRing() : ownEpoch(drawEpoch()) {}
+EventRing::EventRing(const Bounds& bounds) : limits(bounds), ownEpoch(drawEpoch()) {}
 
 void EventRing::publish(std::string_view kind, Json::Value data, Clock::time_point taken) {
     data["seq"] = Json::UInt64{++lastSeq};
@@ -27,7 +27,7 @@ void EventRing::publish(std::string_view kind, Json::Value data, Clock::time_poi
     totalBytes += text->size();
     heldBytes += text->size();
     events.push_back({lastSeq, std::move(text), taken, totalBytes});
-    while (events.size() > kMaxEvents || (heldBytes > kMaxBytes && events.size() > 1)) {
+    while (events.size() > limits.events || (heldBytes > limits.bytes && events.size() > 1)) {
         heldBytes -= events.front().text->size();
         events.pop_front();
     }

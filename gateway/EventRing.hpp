@@ -22,14 +22,27 @@ struct Event {
     std::uint64_t endOffset = 0;
 };
 
+/// The whole state as an event, and the number of the last event that it holds.
+struct Snapshot {
+    std::uint64_t seq = 0;
+    SharedText text;
+};
+
 /// The last events. A client is a position in here: the number of the last event that it has.
 class EventRing {
 public:
-    static constexpr std::size_t kMaxEvents = 1024;
-    /// Sessions of any size pass through; this bounds what they hold together.
-    static constexpr std::uint64_t kMaxBytes = std::uint64_t{16} * 1024 * 1024;
+    /// What is kept, and how far a client may be behind.
+    struct Bounds {
+        std::size_t events = 1024;
+        /// Sessions of any size pass through; this bounds what they hold together.
+        std::uint64_t bytes = std::uint64_t{16} * 1024 * 1024;
+        std::uint64_t eventsBehind = 256;
+        std::uint64_t bytesBehind = std::uint64_t{256} * 1024;
+    };
 
-    EventRing();
+    explicit EventRing(const Bounds& bounds);
+
+    const Bounds& bounds() const { return limits; }
 
     /// Drawn at each start: numbers of two runs are never mistaken for each other.
     const std::string& epoch() const { return ownEpoch; }
@@ -61,6 +74,7 @@ public:
     std::optional<std::uint64_t> position(std::string_view id) const;
 
 private:
+    Bounds limits;
     std::string ownEpoch;
     std::uint64_t lastSeq = 0;
     std::uint64_t lastLost = 0;

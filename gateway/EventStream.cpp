@@ -91,8 +91,9 @@ void Stream::start(SharedText head, std::optional<std::uint64_t> lastSeen) {
         position = *lastSeen;
         replayUntil = shared.ring.last();
     } else {
-        position = shared.ring.last();
-        queue.push_back({shared.snapshot(), {}});
+        Snapshot snapshot = shared.snapshot(0);
+        position = snapshot.seq;
+        queue.push_back({std::move(snapshot.text), {}});
     }
     watchForEnd();
     write();
@@ -145,11 +146,12 @@ void Stream::checkBounds() {
         isTooFarBehind = true;
         return;
     }
+    const EventRing::Bounds& bounds = shared.ring.bounds();
     const std::uint64_t from = std::max(position, replayUntil);
     const std::uint64_t events = shared.ring.last() - from;
     // A single event of any size is not yet being behind.
-    isTooFarBehind = isTooFarBehind || events > kMaxEventsBehind ||
-                     (events > 1 && shared.ring.bytesAfter(from) > kMaxBytesBehind);
+    isTooFarBehind = isTooFarBehind || events > bounds.eventsBehind ||
+                     (events > 1 && shared.ring.bytesAfter(from) > bounds.bytesBehind);
 }
 
 void Stream::fillQueue() {
@@ -181,7 +183,8 @@ void Stream::resync() {
             return;
         }
     }
-    const std::uint64_t dropped = shared.ring.last() - position;
+    Snapshot snapshot = shared.snapshot(position);
+    const std::uint64_t dropped = snapshot.seq - position;
     droppedEvents += dropped;
     shared.clients.countDropped(dropped);
 
@@ -194,8 +197,8 @@ void Stream::resync() {
     data["dropped"] = Json::UInt64{dropped};
     const std::string lines = eventLines("resync", shared.ring.id(position), jsonText(data));
     queue.push_back({std::make_shared<const std::string>(lines), {}});
-    queue.push_back({shared.snapshot(), {}});
-    position = shared.ring.last();
+    queue.push_back({std::move(snapshot.text), {}});
+    position = snapshot.seq;
     isTooFarBehind = false;
 }
 

@@ -21,8 +21,6 @@ class Transport;
 /// at all, or falls behind again and again, is closed.
 class EventStream {
 public:
-    static constexpr std::uint64_t kMaxEventsBehind = 256;
-    static constexpr std::uint64_t kMaxBytesBehind = std::uint64_t{256} * 1024;
     static constexpr std::chrono::seconds kStallLimit{10};
     static constexpr std::size_t kResyncsInMinute = 3;
 
@@ -31,8 +29,8 @@ public:
         EventRing& ring;
         Clients& clients;
         Incidents& incidents;
-        /// The "snapshot" event as it is now.
-        std::function<SharedText()> snapshot;
+        /// One that is at least as new as the event of this number.
+        std::function<Snapshot(std::uint64_t least)> snapshot;
     };
 
     /// Sends `head`, then the events behind `since` if the ring still has them, otherwise a

@@ -225,7 +225,7 @@ void Session::carryOut(const Request& request) {
     const Question question{path, query, view(request[http::field::if_none_match]),
                             view(request[http::field::accept_encoding]).find("gzip") !=
                                 std::string_view::npos};
-    respond(shared.api.answer(question), head, keepAlive);
+    respond(shared.answer(question), head, keepAlive);
 }
 
 std::optional<Answer> Session::refusal(const Request& request) {

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "gateway/Api.hpp"
+#include "gateway/Answer.hpp"
 #include "gateway/EventStream.hpp"
 
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -25,7 +26,7 @@ public:
 
     /// What every session of the gateway uses.
     struct Shared {
-        Api& api;
+        std::function<Answer(const Question&)> answer;
         EventStream::Shared stream;
         /// Names besides the listeners' own that a request's Host may have.
         std::vector<std::string> hosts;

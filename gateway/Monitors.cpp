@@ -1,6 +1,7 @@
 #include "gateway/Monitors.hpp"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace gateway {
@@ -11,23 +12,20 @@ constexpr const char* kOverall = "overall";
 constexpr const char* kLinks = "links";
 constexpr const char* kSynchronization = "synchronization";
 
+// In the order of Health.
+constexpr std::array<const char*, 4> kWords = {"inactive", "healthy", "partially-healthy",
+                                               "unhealthy"};
+constexpr std::array<const char*, 4> kLinkWords = {"inactive", "all-up", "some-down", "all-down"};
+
 std::string sessionName(std::uint64_t id) {
     return "session/" + std::to_string(id);
 }
 
 const char* word(const std::string& name, Health health) {
-    const bool isLinks = name == kLinks;
-    switch (health) {
-    case Health::healthy:
-        return isLinks ? "all-up" : "healthy";
-    case Health::partiallyHealthy:
-        return isLinks ? "some-down" : "partially-healthy";
-    case Health::unhealthy:
-        return isLinks ? "all-down" : "unhealthy";
-    case Health::unknown:
-        break;
+    if (name == kLinks) {
+        return kLinkWords.at(static_cast<std::size_t>(health));
     }
-    return name == kSynchronization ? "not-used" : "inactive";
+    return name == kSynchronization && health == Health::unknown ? "not-used" : word(health);
 }
 
 Monitors::Verdict linksVerdict(const DeviceState& device) {
@@ -71,16 +69,33 @@ Monitors::Verdict synchronizationVerdict(const DeviceState& device, Clock::time_
 }
 
 Monitors::Verdict sessionVerdict(const DeviceState::Session& session) {
-    const auto& number = session.alarms.number;
-    if (session.worst.empty()) {
-        return {Health::healthy, "no alarm"};
-    }
-    const bool isSerious =
-        number[AlarmCounts::critical] + number[AlarmCounts::major] + number[AlarmCounts::other] > 0;
-    return {isSerious ? Health::unhealthy : Health::partiallyHealthy, session.worst};
+    return {healthOf(session.alarms), session.worst.empty() ? "no alarm" : session.worst};
 }
 
 } // namespace
+
+const char* word(Health health) {
+    return kWords.at(static_cast<std::size_t>(health));
+}
+
+Health healthOf(std::string_view word) {
+    for (std::size_t i = 0; i < kWords.size(); ++i) {
+        if (word == kWords.at(i) || word == kLinkWords.at(i)) {
+            return static_cast<Health>(i);
+        }
+    }
+    return Health::unknown;
+}
+
+Health healthOf(const AlarmCounts& alarms) {
+    const auto& number = alarms.number;
+    if (number[AlarmCounts::critical] + number[AlarmCounts::major] + number[AlarmCounts::other] >
+        0) {
+        return Health::unhealthy;
+    }
+    return number[AlarmCounts::minor] + number[AlarmCounts::warning] > 0 ? Health::partiallyHealthy
+                                                                         : Health::healthy;
+}
 
 DeviceState::Changes Monitors::update(const DeviceState& device,
                                       const DeviceState::Changes& changes, Clock::time_point now) {

@@ -9,12 +9,22 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 namespace gateway {
 
 /// How well a monitored thing is, from best to worst. Links say all-up, some-down and all-down for
 /// the last three.
 enum class Health { unknown, healthy, partiallyHealthy, unhealthy };
+
+/// "inactive", "healthy", "partially-healthy" or "unhealthy".
+const char* word(Health health);
+
+/// What a monitor's word says; unknown for one that is none.
+Health healthOf(std::string_view word);
+
+/// What its alarms and its streams' make of a session.
+Health healthOf(const AlarmCounts& alarms);
 
 /// The device's health in the words of AMWA BCP-008: an interpretation of its state, no NMOS
 /// Control endpoint. A worse status shows at once, a better one after it has held for three

@@ -39,8 +39,13 @@ void Source::update(std::optional<Clock::duration> waiting) {
     shownState = state;
     stateSince = WallClock::now();
     Logger::log(state == SourceState::live ? Logger::LOG_LEVEL_NTF : Logger::LOG_LEVEL_WRN,
-                "the service is %s", word(state));
+                "the %s is %s", name, word(state));
     changed();
+}
+
+void Source::gone() {
+    lastAnswer.reset();
+    update(std::nullopt);
 }
 
 Json::Value Source::toJson() const {

@@ -23,14 +23,16 @@ enum class SourceState {
 /// What is known of the service itself, and how old what it has told is.
 class Source {
 public:
-    /// `onChange` is called for each new state.
-    explicit Source(std::function<void()> onChange)
-        : changed(std::move(onChange)), stateSince(WallClock::now()) {}
+    /// `onChange` is called for each new state, of which the log tells with this name.
+    Source(const char* nameInLog, std::function<void()> onChange)
+        : name(nameInLog), changed(std::move(onChange)), stateSince(WallClock::now()) {}
 
     /// A message has come.
     void heard() { lastContact = Clock::now(); }
     /// A command has been answered.
     void answered() { lastAnswer = lastContact = Clock::now(); }
+    /// The connection is lost, and with it all that was known.
+    void gone();
     /// Looks at the time. `waiting` is how long the service has not answered a command that it has
     /// been sent; nothing when it is not connected.
     void update(std::optional<Clock::duration> waiting);
@@ -44,6 +46,7 @@ public:
     Json::Value toJson() const;
 
 private:
+    const char* name;
     std::function<void()> changed;
     std::optional<Clock::time_point> lastAnswer;
     std::optional<Clock::time_point> lastContact;
