@@ -55,6 +55,18 @@ void checkSecurity(const ServerOptions& options, bool insecure) {
     }
 }
 
+void checkFleet(const CLI::App& app) {
+    if (app.count("--mqtt") == 0) {
+        throw CLI::RequiredError("--mqtt");
+    }
+    for (const char* const option :
+         {"--service", "--consumer", "--instance", "--session-metrics"}) {
+        if (app.count(option) > 0) {
+            throw CLI::ValidationError(option, "it is for the gateway of one device");
+        }
+    }
+}
+
 /// The options that say which broker, and who one is there.
 class BrokerOptions {
 public:
@@ -144,6 +156,10 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
         ->check(CLI::Range(0, static_cast<int>(Logger::kLevelMask)))
         ->capture_default_str();
 
+    const CLI::App* const fleet =
+        app.add_subcommand("fleet", "Shows every device that publishes at the broker of --mqtt")
+            ->fallthrough();
+
     try {
         app.parse(argc, argv);
         for (const std::string& text : listen) {
@@ -151,7 +167,10 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
         }
         checkSecurity(options.server, insecure);
         options.broker = broker.read();
-        if (options.broker.has_value() == options.instance.empty()) {
+        options.isFleet = fleet->parsed();
+        if (options.isFleet) {
+            checkFleet(app);
+        } else if (options.broker.has_value() == options.instance.empty()) {
             throw CLI::ValidationError("--mqtt", "it goes together with --instance");
         }
     } catch (const CLI::ParseError& error) {

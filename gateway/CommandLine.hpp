@@ -33,7 +33,9 @@ struct Options {
     std::string consumer;
     ServerOptions server;
     bool sessionMetrics = false;
-    /// Where the state is published, under the instance's name.
+    /// Many devices are shown, from what they publish.
+    bool isFleet = false;
+    /// Where the state is published, under the instance's name, or where a fleet finds it.
     std::optional<Broker> broker;
     std::string instance;
     std::string logFile;

@@ -1,5 +1,6 @@
 #include "gateway/CommandLine.hpp"
 #include "gateway/Gateway.hpp"
+#include "gateway/fleet/Fleet.hpp"
 #include "platform/api/Logger.hpp"
 #include "tools/client/Failure.hpp"
 
@@ -36,7 +37,11 @@ int main(int argc, char** argv) {
                          options->logFile, "kaikla-gateway");
     raiseDescriptorLimit();
     try {
-        gateway::Gateway(*options).run();
+        if (options->isFleet) {
+            gateway::Fleet(*options).run();
+        } else {
+            gateway::Gateway(*options).run();
+        }
         return EXIT_SUCCESS;
     } catch (const client::Failure& failure) {
         Logger::log(Logger::LOG_LEVEL_ERR, "%s", failure.what());

@@ -1,23 +1,15 @@
-// The one connection to the gateway, for every tab that shows the page. Tabs are message ports: each
-// is told a snapshot first, then every event, and how the connection is.
+// A device's events for every tab. Tabs are message ports: each is told a snapshot first, then every
+// event, and how the connection is.
+import {Connection} from './connection.js';
 
 const KINDS = ['snapshot', 'session', 'session-removed', 'ptp', 'port', 'port-removed', 'device',
   'monitor', 'source', 'resync', 'heartbeat'];
-// The gateway sends something at least every five seconds.
-const SILENCE_MS = 12000;
-const RETRY_MS = 3000;
 
 export class Feed {
   #ports = new Set();
-  #source = null;
-  #lastHeard = 0;
-  #connected = false;
   #events = [];
-
-  constructor() {
-    this.#open();
-    setInterval(() => this.#watch(), 1000);
-  }
+  #connection = new Connection(KINDS, (event) => this.#take(event),
+    (connected) => this.#post({connected}));
 
   add(port) {
     this.#ports.add(port);
@@ -26,44 +18,18 @@ export class Feed {
     };
     // A snapshot and what has come since then; a new one is fetched when that has become much.
     for (const event of this.#events) port.postMessage(event);
-    port.postMessage({connected: this.#connected});
+    port.postMessage({connected: this.#connection.connected});
   }
 
-  #open() {
-    this.#source?.close();
-    this.#lastHeard = Date.now();
-    this.#source = new EventSource('/api/v1/events');
-    this.#source.onopen = () => this.#setConnected(true);
-    this.#source.onerror = () => {
-      this.#setConnected(false);
-      if (this.#source.readyState === EventSource.CLOSED) setTimeout(() => this.#open(), RETRY_MS);
-    };
-    for (const kind of KINDS) {
-      this.#source.addEventListener(kind, ({data}) => this.#take(kind, JSON.parse(data)));
-    }
-  }
-
-  #take(kind, data) {
-    const event = {kind, data, received: Date.now()};
-    this.#lastHeard = event.received;
-    this.#setConnected(true);
-    if (kind === 'snapshot') this.#events = [];
-    if (kind !== 'heartbeat') this.#events.push(event);
-    for (const port of this.#ports) port.postMessage(event);
+  #take(event) {
+    if (event.kind === 'snapshot') this.#events = [];
+    if (event.kind !== 'heartbeat') this.#events.push(event);
+    this.#post(event);
     const longestTail = 2000;
-    if (this.#events.length > longestTail) this.#open();
+    if (this.#events.length > longestTail) this.#connection.open();
   }
 
-  #watch() {
-    if (Date.now() - this.#lastHeard > SILENCE_MS && this.#source.readyState !== EventSource.CLOSED) {
-      this.#setConnected(false);
-      this.#open();
-    }
-  }
-
-  #setConnected(connected) {
-    if (connected === this.#connected) return;
-    this.#connected = connected;
-    for (const port of this.#ports) port.postMessage({connected});
+  #post(message) {
+    for (const port of this.#ports) port.postMessage(message);
   }
 }

@@ -1,6 +1,8 @@
 // The page: one state, drawn at most once a frame.
 import {Events} from './events.js';
+import {portTo} from './connection.js';
 import {Feed} from './feed.js';
+import {FleetFeed} from './fleet-feed.js';
 import {Ptp} from './ptp.js';
 import {Sessions} from './sessions.js';
 import {State} from './state.js';
@@ -9,6 +11,9 @@ import {SIGNS, classOf, element, levelOf, since, speed} from './words.js';
 const BEHIND_SHOWN_MS = 5000;
 // What the service itself has just told.
 const OF_THE_DEVICE = new Set(['session', 'ptp', 'port', 'port-removed', 'device']);
+
+// In a fleet the page shows the device that its address names; its own gateway is far away.
+const instance = new URLSearchParams(location.search).get('instance');
 
 const state = new State();
 const ptp = new Ptp();
@@ -38,11 +43,16 @@ function say(target, text, className) {
 
 function drawHeader() {
   const overall = state.monitors.get('overall');
-  const status = state.known ? overall?.status ?? 'inactive' : 'unknown';
-  const level = levelOf(status);
+  let status = state.known ? overall?.status ?? 'inactive' : 'unknown';
+  let level = levelOf(status);
+  let reason = overall?.message ?? '';
+  if (state.row && state.row.state !== 'online') {
+    reason = `was ${status}: ${reason}`;
+    [status, level] = ['offline', 'bad'];
+  }
   say(byId('overall'), `${SIGNS[level]} ${status}`, `health ${classOf(level)}`);
-  say(byId('device'), state.device ?? '');
-  say(byId('reason'), overall?.message ?? '');
+  say(byId('device'), [instance, state.device].filter(Boolean).join(' · '));
+  say(byId('reason'), reason);
   const levels = [...state.sessions.keys()].map((id) => levelOf(state.monitors.get(`session/${id}`)?.status));
   const healthy = levels.filter((each) => each === 'good').length;
   const not = levels.length - healthy;
@@ -59,8 +69,12 @@ function drawConnection() {
     lost: 'source lost: the service is not there'};
   let name = source;
   let text = sentence[source] ?? 'live';
+  if (instance && state.broker?.state !== 'live') [name, text] = ['lost', 'the broker is not there'];
+  else if (instance && state.row?.state !== 'online') {
+    [name, text] = ['lost', state.row ? 'offline: the device is not at the broker' : 'no such device'];
+  }
   if (!connected) [name, text] = ['reconnecting', 'reconnecting'];
-  else if (source === 'live' && Date.now() < behindUntil) {
+  else if (name === 'live' && Date.now() < behindUntil) {
     [name, text] = ['behind', 'behind: events were missed, the state is whole again'];
   }
   if (target.dataset.state !== name) target.dataset.state = name;
@@ -105,7 +119,9 @@ function take({kind, data, received, connected: isConnected}) {
     if (data.source) heard = received;
     else if (state.source && OF_THE_DEVICE.has(kind)) [heard, state.source.age_ms] = [received, 0];
     if (kind === 'resync') behindUntil = Date.now() + BEHIND_SHOWN_MS;
-    if (kind === 'snapshot') {
+    if (instance) {
+      if (kind === 'ptp' && data.ptp) ptp.add(data.time, data.ptp);
+    } else if (kind === 'snapshot') {
       fetchMonitors().catch(() => {});
       ptp.fetch(3600).catch(() => {});
     }
@@ -113,18 +129,12 @@ function take({kind, data, received, connected: isConnected}) {
   redraw();
 }
 
-function connect() {
-  if (typeof SharedWorker === 'undefined') {
-    const {port1, port2} = new MessageChannel();
-    new Feed().add(port2);
-    return port1;
-  }
-  return new SharedWorker(new URL('./worker.js', import.meta.url), {type: 'module'}).port;
-}
-
-const port = connect();
+const port = instance ? portTo(new URL('./fleet-worker.js', import.meta.url), () => new FleetFeed())
+  : portTo(new URL('./worker.js', import.meta.url), () => new Feed());
 port.onmessage = ({data}) => take(data);
-addEventListener('pagehide', () => port.postMessage('bye'));
-addEventListener('pageshow', ({persisted}) => { if (persisted) location.reload(); });
+if (instance) {
+  port.postMessage({instance});
+  byId('fleet').hidden = false;
+}
 setInterval(drawConnection, 500);
-setInterval(() => ptp.fetch(15).catch(() => {}), 10_000);
+setInterval(() => (instance ? ptp.drawChart() : ptp.fetch(15).catch(() => {})), instance ? 2000 : 10_000);

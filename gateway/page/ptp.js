@@ -6,6 +6,7 @@ const HOUR_S = 3600;
 export class Ptp {
   #rows = new Map();
   #graph = null;
+  span = 'last hour';
 
   constructor() {
     this.words = document.getElementById('ptp-words');
@@ -14,7 +15,7 @@ export class Ptp {
     matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => {
       this.#graph?.destroy();
       this.#graph = null;
-      this.#drawChart();
+      this.drawChart();
     });
   }
 
@@ -42,19 +43,31 @@ export class Ptp {
     if (!answer.ok) return;
     const {rows} = await answer.json();
     for (const row of rows) this.#rows.set(row[0], row);
-    const newest = rows.at(-1)?.[0] ?? 0;
+    this.#trim(rows.at(-1)?.[0] ?? 0);
+    this.drawChart();
+  }
+
+  // A row of what this page has seen itself, where nobody is there who could be asked for more.
+  add(time, {offset_ns: offset, locked}) {
+    const second = Math.floor(Date.parse(time) / 1000);
+    const [, least, most, , all] = this.#rows.get(second) ?? [second, offset, offset, offset, true];
+    this.#rows.set(second, [second, Math.min(least, offset), Math.max(most, offset), offset, all && locked]);
+    this.#trim(second);
+    this.span = 'since this page was opened';
+  }
+
+  #trim(newest) {
     for (const time of this.#rows.keys()) {
       if (time > newest - HOUR_S) break;
       this.#rows.delete(time);
     }
-    this.#drawChart();
   }
 
-  #drawChart() {
+  drawChart() {
     const rows = [...this.#rows.values()].sort((a, b) => a[0] - b[0]);
     const seconds = rows.filter((row) => !row[4]).length;
     this.note.textContent = rows.length === 0 ? 'no offset has been seen yet'
-      : `offset in ns, last hour; ${seconds ? `${seconds} s not locked (shaded)` : 'locked throughout'}`;
+      : `offset in ns, ${this.span}; ${seconds ? `${seconds} s not locked (shaded)` : 'locked throughout'}`;
     if (rows.length === 0 || typeof Dygraph === 'undefined') return;
     const points = [];
     rows.forEach((row, index) => {

@@ -10,13 +10,19 @@ export class State {
     this.ptp = null;
     this.source = null;
     this.started = null;
+    // Of a device in a fleet: its row there, and how the broker is.
+    this.row = null;
+    this.broker = null;
   }
 
   // Takes one event in.
   apply(kind, data) {
     switch (kind) {
       case 'snapshot': this.#takeSnapshot(data); break;
-      case 'session': this.sessions.set(data.session.id, data.session); break;
+      case 'session':
+        this.sessions.set(data.session.id, data.session);
+        if (data.status) this.monitors.set(`session/${data.session.id}`, {status: data.status});
+        break;
       case 'session-removed':
         this.sessions.delete(data.id);
         this.monitors.delete(`session/${data.id}`);
@@ -26,6 +32,9 @@ export class State {
       case 'port-removed': this.ports.delete(data.name); break;
       case 'device': this.device = data.id; break;
       case 'monitor': this.monitors.set(data.name, data); break;
+      case 'row': this.row = data.row; break;
+      case 'row-removed': this.row = null; break;
+      case 'broker': this.broker = data.broker; break;
       case 'source':
       case 'heartbeat': this.source = data.source; break;
     }
@@ -43,7 +52,8 @@ export class State {
   #takeSnapshot(data) {
     const device = data.device ?? {};
     this.known = data.device !== null;
-    this.started = data.started;
+    // In a fleet, what was so at the start of the device's own gateway.
+    this.started = data.instance ? null : data.started;
     this.source = data.source;
     this.device = device.id ?? null;
     this.ptp = device.ptp ?? null;
@@ -51,6 +61,8 @@ export class State {
     this.sessions = new Map((device.sessions ?? []).map((session) => [session.id, session]));
     this.monitors = new Map(Object.entries(data.monitors ?? {}).map(
       ([name, status]) => [name, {name, status, message: '', ...this.#sameMonitor(name, status)}]));
+    this.row = data.row ?? null;
+    if (this.row) Object.assign(this.monitors.get('overall') ?? {}, {message: this.row.reason});
   }
 
   #sameMonitor(name, status) {

@@ -33,7 +33,7 @@ def check(value, schema):
 def described(path, status):
     """The schema of a path's JSON answer."""
     for known, item in DESCRIPTION["paths"].items():
-        if re.fullmatch(re.sub(r"{\w+}", r"\\d+", known), path.partition("?")[0]):
+        if re.fullmatch(re.sub(r"{\w+}", r"[^/]+", known), path.partition("?")[0]):
             content = item["get"]["responses"].get(str(status), {}).get("content", {})
             return next(iter(content.values()))["schema"] if content else SCHEMAS["Problem"]
     return SCHEMAS["Problem"]
@@ -51,6 +51,8 @@ def message(kind, payload):
 
 
 class Gateway(Process):
+    EVENTS = "Events"
+
     def __init__(self, *options, service=COMMAND_ENDPOINT, consumer=None, port=None, live=True, **popen):
         self.port = port or free_port()
         self.consumer = consumer or f"tcp://127.0.0.1:{free_port()}"
@@ -85,7 +87,7 @@ class Gateway(Process):
         return {name: float(value) for name, value in re.findall(r"^([^# ].*) (\S+)$", text, re.M)}
 
     def connect(self, address="127.0.0.1", port=None, **options):
-        return Connection(port or self.port, address, **options)
+        return Connection(port or self.port, address, events=self.EVENTS, **options)
 
     def stream(self, since=None, path="/api/v1/events", user=None, **options):
         stream = self.connect(**options)
@@ -99,10 +101,33 @@ class Gateway(Process):
         return stream
 
 
+class Fleet(Gateway):
+    """The view of many devices at a broker."""
+
+    EVENTS = "FleetEvents"
+
+    def __init__(self, address, *options, port=None):
+        self.port = port or free_port()
+        Process.__init__(self, "kaikla-gateway", "fleet", "--mqtt", address,
+                         "--listen", f"127.0.0.1:{self.port}", *options)
+        self.wait_line("listening on")
+
+    def ready(self):
+        return self.get("/readyz")[0] == 200
+
+    def rows(self):
+        """The table: {instance: row}"""
+        return {row["instance"]: row for row in self.get("/api/v1/devices")[2]["devices"]}
+
+    def device(self, instance):
+        return self.get(f"/api/v1/devices/{instance}")[2]
+
+
 class Connection:
     """A connection of a client's own; `address` is where it comes from."""
 
-    def __init__(self, port, address, receive_buffer=None, tls=None):
+    def __init__(self, port, address, receive_buffer=None, tls=None, events=Gateway.EVENTS):
+        self._schemas = SCHEMAS[events]["properties"]
         self._socket = socket.socket()
         self._socket.settimeout(3 * TIMEOUT)
         if receive_buffer:
@@ -144,7 +169,7 @@ class Connection:
         data = json.loads(event["data"])
         self._events += 1
         if self._events <= 50 or self._events % 50 == 0:
-            check(data, SCHEMAS["Events"]["properties"][event["event"]])
+            check(data, self._schemas[event["event"]])
         assert ("id" in event) == (event["event"] != "heartbeat")
         return {**event, "data": data}
 

@@ -219,4 +219,4 @@ def test_the_page_is_small(gateway):
         if path.endswith(".js"):
             text = gateway.get(path)[2].decode()
             wanted += [part for part in text.split("'") if part.startswith("/assets/")]
-    assert len(seen) == 12 and size < 96 * 1024
+    assert len(seen) == 15 and size < 96 * 1024
