@@ -17,9 +17,9 @@ SHELL := /bin/bash
 .SHELLFLAGS := -o pipefail -c
 
 .DEFAULT_GOAL := build
-.PHONY: help setup setup-test setup-ci setup-package setup-bench setup-fuzz build demo show test \
-        sanitize valgrind torture fuzz bench format lint format-check shellcheck tidy package \
-        package-test test-on cross-test install clean
+.PHONY: help setup setup-test setup-ci setup-package setup-bench setup-fuzz setup-fleet build demo \
+        show show-fleet test sanitize valgrind torture fuzz bench format lint format-check shellcheck \
+        tidy package package-test test-on cross-test install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' Makefile
@@ -36,6 +36,12 @@ demo: build ## Play a device's day: simulated device, service and one consumer
 
 show: build ## Play a device's day again and again, and look at it in a browser
 	@tools/demo/demo build/bin show
+
+show-fleet: build setup-fleet ## Play 51 devices that publish on a broker, and look at all of them
+	@tools/demo/demo build/bin fleet
+
+setup-fleet:
+	@packaging/install-dependencies fleet
 
 # The tests in Python mostly wait, so that there are more of them at a time than processors.
 PYTEST = KAIKLA_BIN=$(BUILD)/bin PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m pytest

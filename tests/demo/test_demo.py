@@ -11,6 +11,7 @@ import urllib.request
 
 import pytest
 
+from gateway.broker import MOSQUITTO
 from peers import BIN, ROOT, Service, wait_until
 
 COURSE = [
@@ -75,8 +76,10 @@ def test_the_demo_names_a_port_that_is_taken(tmp_path, taker, sentence):
     assert (status, output, error.count("\n")) == (1, "", 1) and f"demo: {sentence}" in error
 
 
-def test_the_day_can_be_looked_at_until_an_interrupt(tmp_path):
-    show = start(tmp_path, "show")
+@pytest.mark.parametrize("mode", ["show", pytest.param("fleet", marks=pytest.mark.skipif(
+    not MOSQUITTO, reason="no mosquitto"))])
+def test_the_day_can_be_looked_at_until_an_interrupt(tmp_path, mode):
+    show = start(tmp_path, mode)
     address = re.search(r"http://\S+?/", show.stdout.readline())[0]
     urllib.request.urlopen(address + "readyz").close()
     os.killpg(show.pid, signal.SIGINT)
