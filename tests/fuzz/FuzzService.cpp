@@ -101,15 +101,19 @@ public:
             unsigned long long id = session["id"].asUInt64();
             handler.avmgrNotifyRemovedSessionEvent(id);
         }
-        for (const Json::Value& address : command(R"({"command_id":3})")["payload"]["remote"]) {
+        const Json::Value consumers = command(kList)["payload"]["remote"];
+        for (const Json::Value& address : consumers) {
             Json::Value removal;
             removal["command_id"] = 2;
             removal["payload"]["address"] = address;
             command(toCompactJson(removal));
         }
+        expect(command(kList)["payload"]["remote"].empty(), "what is listed can be removed");
     }
 
 private:
+    static constexpr std::string_view kList = R"({"command_id":3})";
+
     Json::Value command(std::string_view text) {
         client.send(zmq::message_t(), zmq::send_flags::sndmore);
         client.send(zmq::buffer(text), zmq::send_flags::none);
