@@ -13,8 +13,9 @@ import pytest
 
 import peers
 
-# Under nohup the programs would inherit that a hang-up is ignored.
-signal.signal(signal.SIGHUP, signal.SIG_DFL)
+# Under nohup, or behind a shell's "&", the programs would inherit that signals are ignored.
+for number, handler in [(signal.SIGHUP, signal.SIG_DFL), (signal.SIGINT, signal.default_int_handler)]:
+    signal.signal(number, handler)
 
 
 def namespace():
