@@ -34,6 +34,8 @@ INCLUDES = {
     "tests/platform": ["tests", "platform", "model"],
 }
 FOLDERS = {folder.split("/")[0] for folder in INCLUDES}
+MEASURED = ["app", "handler", "publisher", "model", "platform", "tools", "gateway", "examples"]
+MOST_TESTS = 0.34
 # In pieces, so that this file holds none of them.
 WORDS = r"\bthe spe[c]\b|specificatio[n]|\bPart [0-9]|\bissue #?[0-9]|/wor[k]/|TOD[O]|FIXM[E]"
 NO_SOURCE = re.compile(r"\.(?!ci$)|build|dist$|node_modules$|__pycache__$")
@@ -108,6 +110,15 @@ def words(root):
 def test_tree(rule):
     faults = list(rule(ROOT))
     assert not faults, "\n".join(faults)
+
+
+def test_tests_are_a_third_of_the_code(record_property):
+    def lines(*folders):
+        return sum(text.count("\n") for name, text in texts(ROOT, *folders) if "/corpus/" not in name)
+
+    share = lines("tests") / lines(*MEASURED)
+    record_property("tests/, lines a line of the code", f"{share:.3f}")
+    assert share <= MOST_TESTS
 
 
 @pytest.mark.parametrize("rule, name, text", [
