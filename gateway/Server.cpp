@@ -26,8 +26,8 @@ TlsContext readCertificate(const ServerOptions& options) {
 
 } // namespace
 
-Server::Server(const ServerOptions& chosen, Application& described, const EventRing::Bounds& bounds)
-    : options(chosen), application(described),
+Server::Server(ServerOptions chosen, Application& described, const EventRing::Bounds& bounds)
+    : options(std::move(chosen)), application(described),
       events(bounds), shared{[this](const Question& question) {
                                  return application.answer(question);
                              },

@@ -43,7 +43,7 @@ public:
 
     /// Binds. Nothing is accepted before run(). Throws boost::system::system_error and
     /// std::runtime_error for what cannot be bound or read.
-    Server(const ServerOptions& options, Application& application, const EventRing::Bounds& bounds);
+    Server(ServerOptions chosen, Application& described, const EventRing::Bounds& bounds);
 
     /// Returns when the application has stopped the loop.
     void run();

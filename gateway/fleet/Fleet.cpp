@@ -14,10 +14,10 @@ namespace {
 constexpr std::string_view kRoot = "kaikla/v1/";
 constexpr const char* kStates = "kaikla/v1/+/state";
 
-/// A thousand devices that change once a second bring a thousand events a second: what is enough
-/// for a minute of one device is enough for a few seconds of them.
-constexpr EventRing::Bounds kBounds = {16 * 1024, std::uint64_t{16} * 1024 * 1024, 4096,
-                                       std::uint64_t{4} * 1024 * 1024};
+/// A thousand devices that change once a second bring a thousand events a second: this is some
+/// thirty seconds of them, of which a client may be behind by half.
+constexpr std::uint64_t kKi = 1024;
+constexpr EventRing::Bounds kBounds = {32 * kKi, 24 * kKi* kKi, 16 * kKi, 10 * kKi* kKi};
 
 /// Of any number of fleets at one broker.
 std::string drawClientId() {

@@ -32,6 +32,8 @@ function healthOf(row) {
 class Device {
   constructor(name) {
     this.name = name;
+    // "stage-9" stands before "stage-10".
+    this.place = name.replace(/\d+/g, (digits) => digits.padStart(20, '0'));
     this.link = element('a', {href: `/device?instance=${name}`}, name);
     this.health = element('span');
     this.reason = element('span', {className: 'quiet'});
@@ -92,7 +94,7 @@ function worseFirst(a, b) {
   for (let i = 0; i < a.rank.length; ++i) {
     if (a.rank[i] !== b.rank[i]) return b.rank[i] - a.rank[i];
   }
-  return a.name < b.name ? -1 : 1;
+  return a.place < b.place ? -1 : 1;
 }
 
 let shown = [];

@@ -13,7 +13,7 @@ _kaikla_gateway() {
         ;;
     --service | --consumer | --listen | --host) return ;;
     esac
-    mapfile -t COMPREPLY < <(compgen -W '--service --consumer --listen --host --tls-cert --tls-key
+    mapfile -t COMPREPLY < <(compgen -W 'fleet --service --consumer --listen --host --tls-cert --tls-key
         --users --insecure --session-metrics --log --log-level --help --version' -- "$current")
 }
 complete -F _kaikla_gateway kaikla-gateway
