@@ -31,8 +31,8 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int kQos = 1;
-/// Brokers bound what waits for a client with QoS 1, usually at 1,000 messages, and drop retained
-/// ones beyond it. Without, the connection itself holds them back.
+/// Brokers drop what exceeds a client's queue, usually 1,000 messages, retained ones too. With QoS
+/// 1 all that is not acknowledged counts, with QoS 0 only what the connection does not take.
 constexpr int kSubscriptionQos = 0;
 constexpr milliseconds kShortestDelay{100};
 constexpr milliseconds kFirstDelay{2000};

@@ -21,7 +21,6 @@ constexpr std::chrono::seconds kSummaryInterval{10};
 constexpr std::chrono::seconds kEchoLimit{5};
 constexpr std::size_t kMaxEvents = 256;
 constexpr std::size_t kMaxFound = 100'000;
-constexpr std::size_t kLongestTopic = 1024;
 constexpr std::string_view kOnline = "online";
 constexpr std::string_view kOffline = "offline";
 
@@ -219,12 +218,7 @@ void MqttPublisher::clearGhosts() {
 }
 
 void MqttPublisher::touch(const std::string& topic) {
-    if (phase != Phase::online) {
-        ++figures.superseded;
-    } else if (topic.size() > kLongestTopic) {
-        Logger::log(Logger::LOG_LEVEL_WRN, "not published, its name is too long: %.80s...",
-                    topic.c_str());
-    } else if (isWaiting.insert(topic).second) {
+    if (phase == Phase::online && isWaiting.insert(topic).second) {
         waiting.push_back(topic);
     } else {
         ++figures.superseded;

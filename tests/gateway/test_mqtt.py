@@ -1,17 +1,20 @@
 """The device on a real MQTT broker."""
 
 import json
+import pathlib
 import random
 import shutil
 import signal
+import subprocess
 import time
+import types
 
 import pytest
 
 from gateway.broker import BRANCH, MOSQUITTO, Broker, PlayedDevice, Watcher
 from gateway.portal import SCHEMAS, Gateway, check
 from gateway.test_access import certificate
-from peers import INSTRUMENTED, free_port, wait_until
+from peers import INSTRUMENTED, ROOT, Process, free_port, wait_until
 
 pytestmark = pytest.mark.skipif(not (MOSQUITTO and shutil.which("mosquitto_sub")),
                                 reason="no mosquitto")
@@ -173,3 +176,32 @@ def test_tls_with_a_certificate_of_its_own(device, tmp_path):
             assert "certificate verify failed" in gateway.lines_with("no connection")[0]
         with start(device, broker, *own, "--mqtt-ca", tmp_path / "cert.pem") as gateway:
             gateway.wait_line("publishing under", seconds=60)
+
+
+def test_two_bridged_brokers(device, tmp_path, monkeypatch):
+    """The files of examples/mqtt as they are, but for their ports."""
+    site, centre = free_port(), free_port()
+    for file in (ROOT / "examples/mqtt").iterdir():
+        text = file.read_text(encoding="ascii").replace("1883", str(site)).replace("1884", str(centre))
+        (tmp_path / file.name).write_text(text + "user root\n" * (file.suffix == ".conf"))
+    monkeypatch.chdir(tmp_path)
+    pathlib.Path("password").write_text("change-me\n")
+    pathlib.Path("passwords").touch(0o600)
+    for user in "dev", "fleet", "site-a":
+        subprocess.run(["mosquitto_passwd", "-b", "passwords", user, "change-me"], check=True)
+    with Process(MOSQUITTO, "-c", "centre.conf") as upper, Process(MOSQUITTO, "-c", "site.conf") as lower:
+        upper.wait_line("running")
+        lower.wait_line("running")
+        with Watcher(centre, "-u", "fleet", "-P", "change-me") as watcher:
+            broker = types.SimpleNamespace(address=f"mqtt://dev@127.0.0.1:{site}")
+            with start(device, broker, "--mqtt-password-file", "password") as gateway:
+                device.send_session(gateway, 7, LOST)
+                wait_told(gateway, watcher, lambda known: known["sessions"])
+                device.status["sessions"] = []
+                wait_told(gateway, watcher, lambda known: not known["sessions"])
+                for branch in "kaikla/v1/other/", BRANCH:
+                    subprocess.run(["mosquitto_pub", "-p", str(site), "-u", "dev", "-P", "change-me",
+                                    "-q", "1", "-t", f"{branch}later", "-m", "x"], check=True)
+                wait_until(lambda: (BRANCH + "later", "x") in watcher.heard, "its own branch")
+                assert ("kaikla/v1/other/later", "x") not in watcher.heard
+            watcher.wait_state("offline")
