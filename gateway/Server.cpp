@@ -28,14 +28,10 @@ TlsContext readCertificate(const ServerOptions& options) {
 
 Server::Server(ServerOptions chosen, Application& described, const EventRing::Bounds& bounds)
     : options(std::move(chosen)), application(described),
-      events(bounds), shared{[this](const Question& question) {
-                                 return application.answer(question);
-                             },
-                             {events, streams, happened,
-                              [this](std::uint64_t least) { return snapshot(least); }},
-                             options.hosts,
-                             {}},
-      context(1), signals(context, SIGTERM, SIGINT, SIGHUP), timer(context) {
+      events(bounds), shared{{}, {events, streams, happened, {}}, options.hosts, {}}, context(1),
+      signals(context, SIGTERM, SIGINT, SIGHUP), timer(context) {
+    shared.answer = [this](const Question& question) { return application.answer(question); };
+    shared.stream.snapshot = [this](std::uint64_t least) { return snapshot(least); };
     if (!options.users.empty()) {
         users.emplace(options.users);
         tls = readCertificate(options);

@@ -49,6 +49,12 @@ AlarmCounts alarmsOf(const Json::Value& session) {
     return counts;
 }
 
+/// Every client gets every row: a text is cut there.
+Json::Value forRow(const Json::Value& text) {
+    constexpr std::size_t kLongest = 256;
+    return text.isNull() ? text : text.asString().substr(0, kLongest);
+}
+
 /// Of a device of which nothing is known yet.
 Json::Value emptyRow(const std::string& instance) {
     Json::Value row;
@@ -89,9 +95,8 @@ FleetDevice::Bound FleetDevice::take(std::string_view branch, const std::string&
     }
     const std::size_t others = bytes - (isNew ? 0 : found->second.payload.size());
     if ((isNew && topics.size() >= kMaxTopics) || others + payload.size() > kMaxBytes) {
-        Json::Value row = shownRow;
-        row["complete"] = false;
-        show(std::move(row), changes);
+        isBeyondBound = true;
+        showComplete(changes);
         return others + payload.size() > kMaxBytes ? Bound::bytes : Bound::topics;
     }
     const Json::Value json = payload::read(branch, payload);
@@ -141,12 +146,15 @@ void FleetDevice::takeDevice(const Json::Value& json, Json::Value& row, Changes&
         if (monitor != before[name]) {
             changes.push_back({"monitor", monitor});
         }
-        row[name] = monitor["status"];
+        row[name] = forRow(monitor["status"]);
     }
-    row["reason"] = json["monitors"]["overall"]["message"];
-    row["source"] = json["source"]["state"];
-    for (const char* const name : {"id", "sessions", "streams", "alarms"}) {
-        row[name] = json[name];
+    row["reason"] = forRow(json["monitors"]["overall"]["message"]);
+    row["source"] = forRow(json["source"]["state"]);
+    row["id"] = forRow(json["id"]);
+    row["sessions"] = json["sessions"];
+    row["streams"] = json["streams"];
+    for (const char* const severity : AlarmCounts::kNames) {
+        row["alarms"][severity] = Json::UInt64{json["alarms"][severity].asUInt64()};
     }
     deviceJson = json;
 }
@@ -194,12 +202,19 @@ void FleetDevice::show(Json::Value row, Changes& changes) {
     changes.push_back({"row", named("row", this->row())});
 }
 
+void FleetDevice::showComplete(Changes& changes) {
+    Json::Value row = shownRow;
+    row["complete"] = !isBeyondBound;
+    show(std::move(row), changes);
+}
+
 void FleetDevice::beginRetrieval() {
     ++retrieval;
-    shownRow["complete"] = true;
+    isBeyondBound = false;
 }
 
 void FleetDevice::endRetrieval(Changes& changes) {
+    showComplete(changes);
     // Where less has come than the device says it has, the rest may have been lost on the way.
     // Where nothing has come there is nothing.
     const auto state = topics.find(kState);
@@ -217,7 +232,7 @@ void FleetDevice::endRetrieval(Changes& changes) {
 }
 
 bool FleetDevice::isWhole() const {
-    if (!shownRow["complete"].asBool()) {
+    if (isBeyondBound) {
         // Asking again brings no more.
         return true;
     }

@@ -76,12 +76,15 @@ private:
     void takeDevice(const Json::Value& json, Json::Value& row, Changes& changes);
     void remove(Topics::iterator topic, Changes& changes);
     void show(Json::Value row, Changes& changes);
+    void showComplete(Changes& changes);
     Json::Value portCounts() const;
     Json::Value source() const;
 
     Topics topics;
     std::size_t bytes = 0;
     std::uint64_t retrieval = 0;
+    /// Something has been left out since the retrieval began.
+    bool isBeyondBound = false;
     WallClock::time_point lastHeard;
     std::chrono::nanoseconds meanPathDelay{};
     Json::Value deviceJson;

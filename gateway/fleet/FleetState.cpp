@@ -16,7 +16,8 @@ void FleetState::take(const std::string& instance, std::string_view branch,
         return;
     }
     auto device = all.find(instance);
-    if (device == all.end()) {
+    const bool isNew = device == all.end();
+    if (isNew) {
         if (payload.empty()) {
             return;
         }
@@ -41,6 +42,10 @@ void FleetState::take(const std::string& instance, std::string_view branch,
     } catch (const Json::Exception& error) {
         incidents.count(kLeftOut, "malformed",
                         instance + "/" + std::string(branch) + ": " + error.what());
+    }
+    if (isNew && device->second.isEmpty()) {
+        all.erase(device);
+        return;
     }
     tell(device, changes);
 }
@@ -73,14 +78,15 @@ Json::Value FleetState::rows() const {
 }
 
 void FleetState::tell(Devices::iterator device, FleetDevice::Changes& changes) {
-    if (device->second.isEmpty()) {
+    const bool isGone = device->second.isEmpty();
+    if (isGone) {
         changes.push_back({"row-removed", Json::Value(Json::objectValue)});
     }
     for (Change& change : changes) {
         change.data["instance"] = device->first;
         publish(change);
     }
-    if (device->second.isEmpty()) {
+    if (isGone) {
         all.erase(device);
     }
 }
