@@ -112,6 +112,12 @@ Json::Value profileJson(const PtpProfile& profile) {
     return json;
 }
 
+void putSettings(Json::Value& json, unsigned one, unsigned two, unsigned three) {
+    json["setting1"] = one;
+    json["setting2"] = two;
+    json["setting3"] = three;
+}
+
 Json::Value ptpToJson(const PtpCommonInfo& ptp) {
     Json::Value json;
     json["clock_id"] = ptp.clockId;
@@ -121,18 +127,14 @@ Json::Value ptpToJson(const PtpCommonInfo& ptp) {
     json["mean_path_delay_ns"] = Json::Int64{ptp.meanPathDelayNs};
     json["profile"] = profileJson(ptp.profile);
     Json::Value& config = json["config"];
-    config["setting1"] = ptp.cfgSetting1;
-    config["setting2"] = ptp.cfgSetting2;
-    config["setting3"] = ptp.cfgSetting3;
+    putSettings(config, ptp.cfgSetting1, ptp.cfgSetting2, ptp.cfgSetting3);
     config["flag"] = ptp.cfgFlag;
     Json::Value& ports = json["ports"] = Json::Value(Json::arrayValue);
     for (const PtpBasePortInfo& port : ptp.ports) {
         Json::Value portJson;
         portJson["number"] = port.portNumber;
         portJson["state"] = port.state;
-        portJson["setting1"] = port.portSetting1;
-        portJson["setting2"] = port.portSetting2;
-        portJson["setting3"] = port.portSetting3;
+        putSettings(portJson, port.portSetting1, port.portSetting2, port.portSetting3);
         ports.append(std::move(portJson));
     }
     return json;

@@ -1,10 +1,9 @@
 #include "gateway/CommandLine.hpp"
 #include "gateway/Gateway.hpp"
 #include "gateway/fleet/Fleet.hpp"
+#include "platform/api/DescriptorLimit.hpp"
 #include "platform/api/Logger.hpp"
 #include "tools/client/Failure.hpp"
-
-#include <sys/resource.h>
 
 #include <cstdlib>
 #include <exception>
@@ -12,15 +11,6 @@
 namespace {
 
 constexpr int kUsageStatus = 2;
-
-/// A thousand clients need more descriptors than a process is given at first.
-void raiseDescriptorLimit() {
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = limit.rlim_max;
-        (void)::setrlimit(RLIMIT_NOFILE, &limit);
-    }
-}
 
 } // namespace
 

@@ -1,9 +1,9 @@
 #include "platform/api/ProcessBasics.hpp"
 
+#include "platform/api/DescriptorLimit.hpp"
 #include "platform/api/StopDeadline.hpp"
 
 #include <sys/eventfd.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -72,16 +72,6 @@ void holdBackSignals() {
     ::pthread_sigmask(SIG_BLOCK, &caught, nullptr);
 }
 
-/// Each consumer takes two descriptors; with the customary limit of 1024 they would run out before
-/// the sockets of the context do.
-void raiseDescriptorLimit() {
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = limit.rlim_max;
-        (void)::setrlimit(RLIMIT_NOFILE, &limit);
-    }
-}
-
 } // namespace
 
 ProcessBasics::ProcessBasics(PollFds& pollFds)
@@ -90,6 +80,7 @@ ProcessBasics::ProcessBasics(PollFds& pollFds)
         throw std::system_error(errno, std::system_category(), "signal descriptor");
     }
     StopDeadline::prepare();
+    // Each consumer takes two.
     raiseDescriptorLimit();
     stopFlag = false;
     wakeDescriptor = descriptor;

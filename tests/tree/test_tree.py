@@ -27,9 +27,11 @@ INCLUDES = {
     "tools": ["tools", *RECORDS, *VOCABULARY],
     "tools/kaikla-devices": ["tools", "platform/api/Logger.hpp", "gateway/ApiText.hpp",
                              "gateway/MqttClient.hpp", "gateway/TopicText.hpp"],
-    "gateway": ["gateway", "tools/client", "platform/api/Logger.hpp", *RECORDS, *VOCABULARY],
+    "gateway": ["gateway", "tools/client", "platform/api/Logger.hpp",
+                "platform/api/DescriptorLimit.hpp", *RECORDS, *VOCABULARY],
     "bench": ["bench", PROTOCOL],
-    "tests": ["tests", "app", "handler", "publisher", "platform/api", "tools", *RECORDS],
+    "tests": ["tests", "app", "handler", "publisher", "platform/api", "tools", "gateway",
+              *RECORDS],
     # The implementation that comes with the service is tested as such here, and only here.
     "tests/platform": ["tests", "platform", "model"],
 }
