@@ -19,10 +19,11 @@ Connections::Place::~Place() {
     }
 }
 
-Connections::Place Connections::admit(const std::string& address, bool isLoopback) {
+Connections::Place Connections::admit(const std::string& address, bool isLoopback,
+                                      const std::function<bool()>& makeRoom) {
     const auto found = byAddress.find(address);
     const std::size_t fromThere = found == byAddress.end() ? 0 : found->second;
-    if (number >= kMax || (!isLoopback && fromThere >= kMaxFromOneAddress)) {
+    if ((!isLoopback && fromThere >= kMaxFromOneAddress) || (number >= kMax && !makeRoom())) {
         return {};
     }
     return {*this, address};

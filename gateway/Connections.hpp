@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -37,8 +38,10 @@ public:
         std::string from;
     };
 
-    /// An empty place when there are too many already.
-    Place admit(const std::string& address, bool isLoopback);
+    /// An empty place when there are too many already. When there are too many in all, `makeRoom`
+    /// is asked to close one that matters less, and returns whether it has: its place comes free
+    /// soon.
+    Place admit(const std::string& address, bool isLoopback, const std::function<bool()>& makeRoom);
 
 private:
     std::size_t number = 0;

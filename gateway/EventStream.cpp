@@ -71,7 +71,6 @@ private:
     bool isClosed = false;
     Clock::time_point lastProgress;
     std::array<boost::asio::const_buffer, kMaxQueue> buffers;
-    char discarded = 0;
 };
 
 Stream::Stream(Transport connection, Shared& sharedParts, std::string address)
@@ -243,9 +242,11 @@ void Stream::written(std::size_t bytes) {
     write();
 }
 
-/// A client has nothing more to say; reading shows when it goes.
+/// A client has nothing more to say; reading shows when it goes. Whatever it does say ends in the
+/// same bytes as everybody's.
 void Stream::watchForEnd() {
-    transport.async_read_some(boost::asio::buffer(&discarded, 1),
+    static std::array<char, 4096> discarded;
+    transport.async_read_some(boost::asio::buffer(discarded),
                               [self = shared_from_this()](const auto& error, std::size_t) {
                                   if (error || self->isClosed) {
                                       self->close();

@@ -73,6 +73,7 @@ public:
 
     void start();
     void checkDeadline(Clock::time_point now) override;
+    bool giveWay() override;
     void close();
 
 private:
@@ -101,6 +102,7 @@ private:
 
     Transport transport;
     Shared& shared;
+    std::list<HttpSession*>::iterator entry;
     Users* users;
     std::string peer;
     bool isLoopback = false;
@@ -117,16 +119,16 @@ private:
 };
 
 Session::Session(Transport connection, Shared& sharedParts, Users* knownUsers)
-    : transport(std::move(connection)), shared(sharedParts), users(knownUsers) {
+    : transport(std::move(connection)), shared(sharedParts),
+      entry(shared.sessions.insert(shared.sessions.end(), this)), users(knownUsers) {
     boost::system::error_code error;
     const auto endpoint = transport.socket().remote_endpoint(error);
     peer = addressText(endpoint.address());
     isLoopback = !error && endpoint.address().is_loopback();
-    shared.sessions.insert(this);
 }
 
 Session::~Session() {
-    shared.sessions.erase(this);
+    shared.sessions.erase(entry);
 }
 
 void Session::start() {
@@ -154,12 +156,22 @@ void Session::checkDeadline(Clock::time_point now) {
     close();
 }
 
+bool Session::giveWay() {
+    if (isClosed || serializer) {
+        return false;
+    }
+    shared.stream.incidents.count(Incidents::kEviction, "room", peer);
+    close();
+    return true;
+}
+
 void Session::close() {
     isClosed = true;
     transport.close();
 }
 
 void Session::beginRequest() {
+    shared.sessions.splice(shared.sessions.end(), shared.sessions, entry);
     parser.emplace();
     parser->header_limit(kMaxHeadBytes);
     parser->body_limit(0);
@@ -418,6 +430,11 @@ void Session::countRefusal(const std::string& reason) {
 
 void HttpSession::serve(Transport transport, Shared& shared, Users* users) {
     std::make_shared<Session>(std::move(transport), shared, users)->start();
+}
+
+bool HttpSession::makeRoom(Shared& shared) {
+    return std::any_of(shared.sessions.begin(), shared.sessions.end(),
+                       [](HttpSession* session) { return session->giveWay(); });
 }
 
 } // namespace gateway

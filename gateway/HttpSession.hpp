@@ -4,7 +4,7 @@
 #include "gateway/EventStream.hpp"
 
 #include <functional>
-#include <set>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -30,15 +30,21 @@ public:
         EventStream::Shared stream;
         /// Names besides the listeners' own that a request's Host may have.
         std::vector<std::string> hosts;
-        /// Those that there are.
-        std::set<HttpSession*> sessions;
+        /// Those that there are; who waits for a request stands in the order of its waiting.
+        std::list<HttpSession*> sessions;
     };
 
     /// Serves a connection until either side ends it. With `users`, to these alone.
     static void serve(Transport transport, Shared& shared, Users* users);
 
+    /// Closes the connection that has waited longest for a request. False when none waits.
+    static bool makeRoom(Shared& shared);
+
     /// Closes the connection when its time is over.
     virtual void checkDeadline(Clock::time_point now) = 0;
+
+    /// Closes the connection unless it is being answered; returns whether it has.
+    virtual bool giveWay() = 0;
 
 protected:
     HttpSession() = default;

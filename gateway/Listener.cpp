@@ -67,7 +67,8 @@ void Listener::take(Socket socket) {
         return;
     }
     const std::string from = addressText(address);
-    Connections::Place place = connections.admit(from, address.is_loopback());
+    Connections::Place place = connections.admit(from, address.is_loopback(),
+                                                 [this] { return HttpSession::makeRoom(shared); });
     if (!place) {
         shared.stream.incidents.count(Incidents::kRefusal, "connections", from);
         return;

@@ -1,13 +1,14 @@
 """Clients of every kind: what they may ask for, and what the gateway does with bad ones."""
 
 import json
+import resource
 import time
 
 import pytest
 
 from gateway.portal import Gateway, message, pusher
 from kaiklactl.played import PlayedService, reply
-from peers import wait_until
+from peers import INSTRUMENTED, wait_until
 
 
 class Source(PlayedService):
@@ -175,3 +176,28 @@ def test_a_thousand_clients(gateway, source):
     # A proxy on this host speaks for many.
     forwarded = "X-Forwarded-For: 198.51.100.1, 127.0.1.1\r\n"
     assert refused("127.0.0.1", forwarded).startswith("HTTP/1.1 429 ")
+
+
+def test_a_flood_of_connections_leaves_room(gateway):
+    hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+    resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
+    stream, descriptors, sizes = gateway.stream(), gateway.descriptors(), []
+    for _ in range(2):
+        flood = []
+        for number in range(2000):
+            # Most from one address; one half says nothing, the other begins and never ends.
+            flood.append(gateway.connect("127.0.3.1" if number % 4 else f"127.0.4.{number % 200}"))
+            flood[-1].send("GET / HTTP/1.1\r\n" if number % 2 else "")
+            if number % 400 == 399:
+                assert gateway.get("/")[0] == 200, "the page is given to who asks for it"
+        assert gateway.descriptors() < descriptors + 1300
+        for connection in flood:
+            connection.close()
+        wait_until(lambda: gateway.descriptors() <= descriptors + 1, "the connections to be gone")
+        sizes.append(gateway.memory())
+    metrics = gateway.metrics()
+    left = [metrics.get(f"kaikla_gateway_{kind}", 0) for kind in (
+        'evictions_total{reason="room"}', 'refusals_total{reason="slow-head"}')]
+    assert sum(left) >= 2 * (2000 - 1256)
+    assert stream.next("heartbeat"), "a client of the events has kept its place"
+    assert INSTRUMENTED or sizes[1] < sizes[0] + 1024, "nothing is kept of them"
