@@ -18,8 +18,8 @@ SHELL := /bin/bash
 
 .DEFAULT_GOAL := build
 .PHONY: help setup setup-test setup-ci setup-package setup-bench setup-fuzz setup-fleet build demo \
-        show show-fleet test sanitize valgrind torture fuzz bench format lint format-check shellcheck \
-        tidy package package-test test-on cross-test install clean
+        show show-fleet test sanitize valgrind torture fuzz bench bench-gateway format lint format-check \
+        shellcheck tidy package package-test test-on cross-test install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' Makefile
@@ -76,18 +76,23 @@ torture: setup-test build ## Floods, faults and a long run with figures, at most
 
 # Seconds.
 FUZZ_SECONDS ?= 300
-fuzz: setup-fuzz ## Fuzz the records and the handler for FUZZ_SECONDS
+fuzz: setup-fuzz ## Fuzz the service, then the gateway, each for FUZZ_SECONDS
 	@tests/fuzz/run $(FUZZ_SECONDS)
 
 setup-fuzz:
 	@packaging/install-dependencies build test torture
 
-# Options of bench/run, such as --quick.
+# Options of bench/run or bench/gateway, such as --quick.
 BENCH_OPTIONS ?=
 bench: setup-bench ## Measure the service beside the least that its libraries can do
 	@cmake --preset bench
 	@cmake --build --preset bench -j $(JOBS)
 	@bench/run $(BENCH_OPTIONS)
+
+bench-gateway: setup-bench ## Measure the gateway beside a real service
+	@cmake --preset bench
+	@cmake --build --preset bench -j $(JOBS)
+	@bench/gateway $(BENCH_OPTIONS)
 
 setup-bench:
 	@packaging/install-dependencies build bench

@@ -1,36 +1,24 @@
 // Feeds the records and the handler with lines "NAME TEXT". A record of that name reads the text;
 // what it then writes it must read to the same. The text also goes to the handler, as a request
 // ("message") or as a notification: every request gets one reply, and the document stays sound.
-// Without a fuzzer, the program runs each input file of its arguments once.
 
 #include "handler/WebNotifierHandler.hpp"
 #include "platform/PlatformProtocol.hpp"
 #include "platform/api/Logger.hpp"
 #include "platform/api/ResultCode.hpp"
 #include "platform/records/JsonText.hpp"
+#include "tests/fuzz/Expect.hpp"
 #include "tests/records/NamedRecords.hpp"
 
 #include <zmq.hpp>
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <set>
 #include <string>
 
 namespace {
-
-/// Ends the process, so that the fuzzer keeps the input.
-void expect(bool holds, const char* what) {
-    if (!holds) {
-        (void)std::fprintf(stderr, "does not hold: %s\n", what);
-        std::abort();
-    }
-}
 
 Json::Value decoded(std::string_view text) {
     static JsonDecoder decoder;
@@ -177,16 +165,3 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     service->end();
     return 0;
 }
-
-#ifndef KAIKLA_FUZZ
-// NOLINTNEXTLINE(bugprone-exception-escape): what escapes is what the test is to find.
-int main(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i) {
-        std::ifstream file(argv[i], std::ios::binary);
-        const std::string input((std::istreambuf_iterator<char>(file)), {});
-        expect(!input.empty(), argv[i]);
-        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
-    }
-    std::_Exit(argc > 1 ? EXIT_SUCCESS : EXIT_FAILURE);
-}
-#endif
