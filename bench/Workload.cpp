@@ -4,14 +4,12 @@
 
 #include <array>
 #include <charconv>
-#include <string_view>
 #include <utility>
 
 namespace {
 
 constexpr std::string_view kEventMark = "@@@@@@@@@@";
 constexpr std::string_view kSessionMark = "##########";
-constexpr std::uint64_t kFirstNumber = 1'000'000'000;
 
 constexpr const char* kDeviceId = R"("device_id":"0d7b9f4e-61c2-4c1a-9a43-5f2be8a1d6f0",)";
 
@@ -23,7 +21,8 @@ std::string sessionStatus(unsigned streams) {
         R"({"alarms":[{"description":"Essence differs from its description","severity":"major",)"
         R"("type":12}],)";
     text += kDeviceId;
-    text += R"("id":##########,"nmos_id":"6f1c8d0e-52a4-4c3b-9f7e-00@@@@@@@@@@","stream":[)";
+    text += R"("id":##########,"nmos_id":"6f1c8d0e-52a4)";
+    text.append(Workload::kBeforeNumber).append(kEventMark).append(R"(","stream":[)");
     for (unsigned i = 0; i < streams; ++i) {
         text += i == 0 ? "{" : ",{";
         if (i % kStreamsForOneAlarm == 1) {
@@ -72,7 +71,7 @@ std::vector<std::size_t> findAll(const std::string& text, std::string_view mark)
 void put(std::string& text, std::size_t start, const std::vector<std::size_t>& places,
          std::uint64_t number) {
     std::array<char, kEventMark.size()> digits{};
-    std::to_chars(digits.data(), digits.data() + digits.size(), kFirstNumber + number);
+    std::to_chars(digits.data(), digits.data() + digits.size(), Workload::kFirstNumber + number);
     for (const std::size_t place : places) {
         text.replace(start + place, digits.size(), digits.data(), digits.size());
     }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// A text with room for two numbers of ten digits, each at any number of places: which event this
@@ -30,6 +31,10 @@ private:
 class Workload {
 public:
     enum class Order { cyclic, random };
+
+    /// What stands before an event's number in a session's status, and the number of event 0.
+    static constexpr std::string_view kBeforeNumber = "-4c3b-9f7e-00";
+    static constexpr std::uint64_t kFirstNumber = 1'000'000'000;
 
     /// Statuses of `sessions` sessions in turn, or at random but the same in every run.
     static Workload sessionStatuses(const Peers& peers, unsigned streams, std::uint64_t sessions,
