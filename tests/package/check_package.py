@@ -1,6 +1,6 @@
-"""The package on a clean system that has booted: what an operator does, in this order.
+"""The packages on a clean system that has booted: what an operator does, in this order.
 
-KAIKLA_PACKAGE names it. Root only; the system comes from the distribution's mirror.
+KAIKLA_PACKAGE names the service's, beside which lies the gateway's. Root only; the system comes from the distribution's mirror.
 """
 
 import os
@@ -12,7 +12,7 @@ import time
 
 import pytest
 
-FILES = """find / -xdev \\( -path /var/lib/dpkg -o -path /var/log/journal -o -path /package.deb \\
+FILES = """find / -xdev \\( -path /var/lib/dpkg -o -path /var/log/journal -o -name "*.deb" \\
     -o -path /var/log/dpkg.log \\) -prune -o -print | sort"""
 # An address that is none of the loopback network's (RFC 5737); nothing leaves the system.
 OUTSIDE = "192.0.2.1"
@@ -35,6 +35,14 @@ except ConnectionError:
 raise SystemExit("nothing bounds it")
 """
 
+KEEPS_THE_SERVICE = '[ "$(pidof kaikla)" = "$(cat /run/pid)" ]'
+RESTART = "/run/systemd/system/kaikla-gateway.service.d"
+REGISTERED = "kaiklactl list >/run/list && grep 5590 /run/list"
+NOT_REGISTERED = "kaiklactl list >/run/list && ! grep 5590 /run/list"
+ASK_GATEWAY = """bash -c 'exec 3<>/dev/tcp/localhost/8580
+    printf "GET /readyz HTTP/1.1\\r\\nHost: localhost\\r\\nConnection: close\\r\\n\\r\\n" >&3
+    grep "200 OK" <&3'"""
+
 # What is done or must hold, and a shell command inside; it is tried until it succeeds, at most 20 s.
 STEPS = {
     "the files before are noted": f"{FILES} >/run/before",
@@ -47,6 +55,26 @@ STEPS = {
     "answers": "kaiklactl status",
     "a simulated device": "kaikla-sim >/dev/null 2>&1 &",
     "a consumer gets the status": "timeout 10 kaiklactl watch --count 1 | grep status-all",
+    "the gateway installs": "pidof kaikla >/run/pid && dpkg -i /gateway.deb",
+    "the gateway is enabled and runs": "systemctl is-enabled kaikla-gateway && "
+    "systemctl is-active kaikla-gateway",
+    "its unit has no mistake": "! systemd-analyze verify --man=no kaikla-gateway.service 2>&1 | grep .",
+    "its unit is hardened": "systemd-analyze security --threshold=25 kaikla-gateway.service",
+    "it runs as another user": "user=$(stat -c %U /proc/$(pidof kaikla-gateway)) && "
+    "[ $user != root ] && [ $user != $(stat -c %U /proc/$(pidof kaikla)) ]",
+    "it answers": ASK_GATEWAY,
+    "it is registered": REGISTERED,
+    "it has a manual and a completion": "test -s /usr/share/man/man8/kaikla-gateway.8.gz && "
+    "bash -c '. /usr/share/bash-completion/completions/kaikla-gateway && complete -p kaikla-gateway'",
+    "it is killed and stays away": f"mkdir -p {RESTART} && "
+    f"printf '[Service]\\nRestart=no\\n' >{RESTART}/a.conf && systemctl daemon-reload && "
+    "systemctl kill -s KILL kaikla-gateway",
+    "the service does not wait for it": NOT_REGISTERED,
+    "an upgrade starts it": f"rm -r {RESTART} && systemctl daemon-reload && dpkg -i /gateway.deb",
+    "it answers again": f"{ASK_GATEWAY} && {REGISTERED} && {KEEPS_THE_SERVICE}",
+    "the gateway is removed": "dpkg -r kaikla-gateway && ! pidof kaikla-gateway",
+    "the service does not notice": f"{NOT_REGISTERED} && {KEEPS_THE_SERVICE}",
+    "the gateway is purged": "dpkg -P kaikla-gateway",
     "takes a consumer by host name": "kaiklactl add tcp://localhost:7000",
     "takes a consumer on a Unix socket": "kaiklactl add ipc:///run/consumer",
     "takes a source address": "kaiklactl add 'tcp://127.0.0.1:0;127.0.0.1:7001'",
@@ -76,12 +104,16 @@ def system(tmp_path_factory):
     """Runs a command in the namespaces of a booted system; all of them unless others are named."""
     root = tmp_path_factory.mktemp("system")
     package = os.environ["KAIKLA_PACKAGE"]
-    depends = subprocess.check_output(["dpkg-deb", "-f", package, "Depends"], text=True)
+    gateway = package.replace("kaikla_", "kaikla-gateway_")
+    depends = ",".join(subprocess.check_output(["dpkg-deb", "-f", each, "Depends"], text=True)
+                       for each in (package, gateway))
+    names = set(re.sub(r"\([^)]*\)|\s", "", depends).split(",")) - {"kaikla"}
     release = re.search("VERSION_CODENAME=(.*)", pathlib.Path("/etc/os-release").read_text())[1]
-    packages = "systemd," + re.sub(r"\([^)]*\)|\s", "", depends)
+    packages = ",".join(["systemd", *sorted(names)])
     command = ["mmdebstrap", "--variant=essential", f"--include={packages}", release, root]
     subprocess.run(command, check=True)
     subprocess.run(["cp", package, root / "package.deb"], check=True)
+    subprocess.run(["cp", gateway, root / "gateway.deb"], check=True)
     nspawn = ["systemd-nspawn", "--quiet", "--register=no", "--keep-unit", "--private-network"]
     nspawn += ["--capability=all", "--system-call-filter=bpf", "--boot", "--directory", root]
     with subprocess.Popen(nspawn, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL) as booted:
