@@ -39,6 +39,7 @@ constexpr milliseconds kFirstDelay{2000};
 constexpr milliseconds kLongestDelay{10000};
 constexpr std::chrono::seconds kConnectLimit{10};
 constexpr std::chrono::seconds kDisconnectLimit{1};
+constexpr const char* kNoAnswer = "no answer";
 /// What waits for the loop. Beyond it nothing is read from the broker.
 constexpr std::size_t kMaxReports = 512;
 constexpr std::size_t kMaxReportBytes = std::size_t{8} * 1024 * 1024;
@@ -232,7 +233,7 @@ std::optional<std::string> MqttClient::Connection::run() {
             return std::nullopt;
         }
         if (!isConnected && now >= deadline) {
-            return "no answer";
+            return kNoAnswer;
         }
         result = exchange(socket);
         for (Order& order : owner.takeOrders()) {
@@ -311,6 +312,9 @@ std::string MqttClient::Connection::reason(int result) const {
     }
     if (result == MOSQ_ERR_ERRNO) {
         return std::system_category().message(errno);
+    }
+    if (result == MOSQ_ERR_KEEPALIVE) {
+        return kNoAnswer;
     }
     return result == MOSQ_ERR_TLS && !lastError.empty() ? lastError : mosquitto_strerror(result);
 }

@@ -87,6 +87,9 @@ public:
     /// Whether another message may be published now.
     bool hasRoom() const { return isConnected && unacknowledged < kMaxUnacknowledged; }
 
+    /// Whether everything that was published has been acknowledged.
+    bool isIdle() const { return unacknowledged == 0; }
+
     /// What comes too late for this connection is dropped.
     void publish(MqttMessage message);
     void subscribe(std::string filter);

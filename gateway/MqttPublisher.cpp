@@ -285,7 +285,11 @@ void MqttPublisher::pump() {
 /// A broker acknowledges what its access list forbids, and drops it: only what does not come back
 /// tells.
 void MqttPublisher::checkAccess() {
-    if (echoAwaited && Clock::now() - *echoAwaited >= kEchoLimit) {
+    const Clock::time_point now = Clock::now();
+    if (echoAwaited && !client.isIdle()) {
+        echoAwaited = now;
+    }
+    if (echoAwaited && now - *echoAwaited >= kEchoLimit) {
         tellDenied();
     }
 }
