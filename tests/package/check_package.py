@@ -39,7 +39,7 @@ KEEPS_THE_SERVICE = '[ "$(pidof kaikla)" = "$(cat /run/pid)" ]'
 RESTART = "/run/systemd/system/kaikla-gateway.service.d"
 REGISTERED = "kaiklactl list >/run/list && grep 5590 /run/list"
 NOT_REGISTERED = "kaiklactl list >/run/list && ! grep 5590 /run/list"
-ASK_GATEWAY = """bash -c 'exec 3<>/dev/tcp/localhost/8580
+ASK_GATEWAY = """bash -c 'exec 3<>/dev/tcp/127.0.0.1/8580
     printf "GET /readyz HTTP/1.1\\r\\nHost: localhost\\r\\nConnection: close\\r\\n\\r\\n" >&3
     grep "200 OK" <&3'"""
 
@@ -60,10 +60,12 @@ STEPS = {
     "systemctl is-active kaikla-gateway",
     "its unit has no mistake": "! systemd-analyze verify --man=no kaikla-gateway.service 2>&1 | grep .",
     "its unit is hardened": "systemd-analyze security --threshold=25 kaikla-gateway.service",
-    "it runs as another user": "user=$(stat -c %U /proc/$(pidof kaikla-gateway)) && "
-    "[ $user != root ] && [ $user != $(stat -c %U /proc/$(pidof kaikla)) ]",
+    "it runs as another user": "user=$(stat -c %u /proc/$(pidof kaikla-gateway)) && "
+    "[ $user != 0 ] && [ $user != $(stat -c %u /proc/$(pidof kaikla)) ]",
     "it answers": ASK_GATEWAY,
     "it is registered": REGISTERED,
+    "it reads its certificate again": "systemctl reload kaikla-gateway && "
+    "systemctl is-active kaikla-gateway",
     "it has a manual and a completion": "test -s /usr/share/man/man8/kaikla-gateway.8.gz && "
     "bash -c '. /usr/share/bash-completion/completions/kaikla-gateway && complete -p kaikla-gateway'",
     "it is killed and stays away": f"mkdir -p {RESTART} && "
