@@ -69,10 +69,10 @@ valgrind: build ## Run the service's tests under valgrind
 	@packaging/install-dependencies test torture
 	@KAIKLA_SLOW=10 KAIKLA_LAUNCHER="valgrind --quiet --error-exitcode=99 --leak-check=full \
 	    --show-leak-kinds=definite,indirect --errors-for-leak-kinds=definite,indirect \
-	    --suppressions=tests/valgrind.suppressions" $(PYTEST) tests/service -q -n $(PYTEST_WORKERS)
+	    --suppressions=tests/valgrind.suppressions" $(PYTEST) tests/service -q -n $(PYTEST_WORKERS) --timeout 600
 
 torture: setup-test build ## Floods, faults and a long run with figures, at most eight minutes
-	@$(PYTEST) tests/service -q -n $(PYTEST_WORKERS) --full
+	@$(PYTEST) tests/service -q -n $(PYTEST_WORKERS) --full --timeout 400
 
 # Seconds.
 FUZZ_SECONDS ?= 300
