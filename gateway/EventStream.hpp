@@ -50,13 +50,14 @@ public:
     virtual const std::string& address() const = 0;
     virtual Json::Value toJson() const = 0;
 
-protected:
-    EventStream() = default;
-    ~EventStream() = default;
     EventStream(const EventStream&) = delete;
     EventStream& operator=(const EventStream&) = delete;
     EventStream(EventStream&&) = delete;
     EventStream& operator=(EventStream&&) = delete;
+
+protected:
+    EventStream() = default;
+    ~EventStream() = default;
 };
 
 } // namespace gateway

@@ -46,13 +46,14 @@ public:
     /// Closes the connection unless it is being answered; returns whether it has.
     virtual bool giveWay() = 0;
 
-protected:
-    HttpSession() = default;
-    ~HttpSession() = default;
     HttpSession(const HttpSession&) = delete;
     HttpSession& operator=(const HttpSession&) = delete;
     HttpSession(HttpSession&&) = delete;
     HttpSession& operator=(HttpSession&&) = delete;
+
+protected:
+    HttpSession() = default;
+    ~HttpSession() = default;
 };
 
 } // namespace gateway

@@ -32,13 +32,14 @@ public:
         /// A signal asks for the end, and nobody is accepted any more: ends the loop in its time.
         virtual void stop() = 0;
 
-    protected:
-        Application() = default;
-        virtual ~Application() = default;
         Application(const Application&) = delete;
         Application& operator=(const Application&) = delete;
         Application(Application&&) = delete;
         Application& operator=(Application&&) = delete;
+
+    protected:
+        Application() = default;
+        ~Application() = default;
     };
 
     /// Binds. Nothing is accepted before run(). Throws boost::system::system_error and
