@@ -20,6 +20,11 @@ public:
     /// Throws client::Failure, boost::system::system_error and std::runtime_error for what cannot
     /// be bound or read.
     explicit Gateway(const Options& options);
+    virtual ~Gateway() = default;
+    Gateway(const Gateway&) = delete;
+    Gateway& operator=(const Gateway&) = delete;
+    Gateway(Gateway&&) = delete;
+    Gateway& operator=(Gateway&&) = delete;
 
     /// Returns when a signal asks for it and the registration has been taken out. Throws
     /// std::runtime_error when another gateway has its instance's name.

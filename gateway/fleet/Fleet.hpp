@@ -19,6 +19,11 @@ class Fleet final : private Server::Application {
 public:
     /// Throws boost::system::system_error and std::runtime_error for what cannot be bound or read.
     explicit Fleet(const Options& options);
+    virtual ~Fleet() = default;
+    Fleet(const Fleet&) = delete;
+    Fleet& operator=(const Fleet&) = delete;
+    Fleet(Fleet&&) = delete;
+    Fleet& operator=(Fleet&&) = delete;
 
     /// Returns when a signal asks for it.
     void run();
