@@ -32,7 +32,7 @@ void expectAnswers(std::string_view bytes) {
             continue; // Without a body, as for HEAD.
         }
         const auto length = head.find(kLength);
-        expect(length != head.npos, "an answer has a length");
+        expect(length != std::string_view::npos, "an answer has a length");
         std::size_t size = 0;
         std::from_chars(head.data() + length + kLength.size(), head.data() + head.size(), size);
         expect(size <= bytes.size(), "an answer is whole");
@@ -45,7 +45,7 @@ struct Fuzzed {
     void run(std::string input) {
         const bool isGuarded = input.starts_with('!');
         input.erase(0, isGuarded ? 1 : 0);
-        if (const auto epoch = input.find("EPOCH"); epoch != input.npos) {
+        if (const auto epoch = input.find("EPOCH"); epoch != std::string::npos) {
             input.replace(epoch, 5, ring.epoch());
         }
         Socket client(loop);
