@@ -66,10 +66,11 @@ class Broker:
         self._client.sendall(bytes([kind]) + size + bytes([length]) + body)
 
     def publish(self, topic, payload, retain=True):
-        """A text as it is, anything else as JSON; QoS 0."""
+        """A text as it is, anything else as JSON; returns when the broker has it."""
         text = payload if isinstance(payload, str) else json.dumps(payload)
         name = topic.encode()
-        self._send(0x30 | retain, len(name).to_bytes(2, "big") + name + text.encode())
+        self._send(0x32 | retain, len(name).to_bytes(2, "big") + name + b"\0\1" + text.encode())
+        assert self._client.recv(4) == b"\x40\2\0\1"
 
 
 class Watcher:

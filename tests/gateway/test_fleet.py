@@ -164,8 +164,9 @@ def test_a_thousand_devices_in_a_browser(broker, record_property):
         record_property("an update of the page, ms", f"{sorted(times)[len(times) // 2]:.1f}")
         assert sorted(times)[len(times) // 2] < 100 * SLOW
 
-        page.run("[...document.querySelectorAll('#devices tr')]"
-                 ".find((row) => row.textContent.includes('studio-7')).lastChild.click()")
+        wait_until(lambda: page.run("const row = [...document.querySelectorAll('#devices tr')]"
+                                    ".find((row) => row.textContent.includes('studio-7'));"
+                                    "row?.lastChild.click(); return !!row"), "a row to open")
         page.wait("#device", "studio-7 · 2b1c")
         page.wait("#overall", "■ unhealthy")
         page.wait("#session-list", "■ 2")
