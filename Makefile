@@ -18,8 +18,8 @@ SHELL := /bin/bash
 
 .DEFAULT_GOAL := build
 .PHONY: help setup setup-test setup-ci setup-package setup-bench setup-fuzz setup-fleet build demo \
-        show show-fleet test sanitize valgrind torture fuzz bench bench-gateway format lint format-check \
-        shellcheck tidy package package-test test-on cross-test install clean
+        show show-fleet test sanitize valgrind torture fuzz bench bench-gateway bench-fleet format \
+        lint format-check shellcheck tidy package package-test test-on cross-test install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' Makefile
@@ -82,7 +82,7 @@ fuzz: setup-fuzz ## Fuzz the service, then the gateway, each for FUZZ_SECONDS
 setup-fuzz:
 	@packaging/install-dependencies build test torture
 
-# Options of bench/run or bench/gateway, such as --quick.
+# Options of bench/run, bench/gateway or bench/fleet, such as --quick.
 BENCH_OPTIONS ?=
 bench: setup-bench ## Measure the service beside the least that its libraries can do
 	@cmake --preset bench
@@ -93,6 +93,11 @@ bench-gateway: setup-bench ## Measure the gateway beside a real service
 	@cmake --preset bench
 	@cmake --build --preset bench -j $(JOBS)
 	@bench/gateway $(BENCH_OPTIONS)
+
+bench-fleet: setup-bench ## Measure the view of many devices beside a real broker
+	@cmake --preset bench
+	@cmake --build --preset bench -j $(JOBS)
+	@bench/fleet $(BENCH_OPTIONS)
 
 setup-bench:
 	@packaging/install-dependencies build bench
