@@ -7,8 +7,10 @@ import json
 import os
 import pathlib
 import random
+import re
 import shlex
 import subprocess
+import urllib.request
 
 import pytest
 
@@ -24,9 +26,10 @@ def emulated(request, tmp_path_factory):
     """A directory with the package's programs, each to be called by its name."""
     root = pathlib.Path(request.param).resolve()
     arch = root.name.rpartition("-")[2]
-    [package] = peers.ROOT.glob(f"dist/kaikla_*_{arch}.deb")
     place = tmp_path_factory.mktemp(arch)
-    subprocess.run(["dpkg-deb", "-x", package, place], check=True)
+    for name in "kaikla", "kaikla-gateway":
+        [package] = peers.ROOT.glob(f"dist/{name}_*_{arch}.deb")
+        subprocess.run(["dpkg-deb", "-x", package, place], check=True)
     (place / "bin").mkdir()
     for program in place.glob("usr/*bin/*"):
         command = shlex.join(map(str, [root / "usr/bin" / EMULATORS[arch], "-L", root, program]))
@@ -64,6 +67,15 @@ def test_a_day_is_played(emulated):
     assert day.returncode == 0, day.stderr
     document = json.loads(day.stdout[day.stdout.index("\n{") :])
     assert document["ptp"]["locked"] and document["sessions"] and document["eths"]
+
+
+def test_the_gateway_shows_it(emulated):
+    command = [DEMO, emulated, "show"]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as show:
+        address = re.search(r"http://\S+?/", show.stdout.readline())[0]
+        with urllib.request.urlopen(address + "api/v1/status") as answer:
+            assert json.load(answer)["source"]["state"] == "live"
+        show.terminate()
 
 
 def test_a_year_fits(emulated, tmp_path):
