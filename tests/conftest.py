@@ -8,6 +8,7 @@ import shlex
 import signal
 import subprocess
 import sys
+import zlib
 
 import pytest
 
@@ -44,6 +45,12 @@ def pytest_xdist_setupnodes(specs):
     python = shlex.join([*namespace(), sys.executable])
     for spec in specs:
         spec.python = python
+
+
+def pytest_collection_modifyitems(config, items):
+    # A worker takes neighbours at a time: the long tests of one file would wait for each other.
+    if getattr(config, "workerinput", {}).get("workercount", 1) > 1:
+        items.sort(key=lambda item: zlib.crc32(item.nodeid.encode()))
 
 
 def pytest_terminal_summary(terminalreporter):
