@@ -206,7 +206,7 @@ void receiveUntil(Clock::time_point end, Receiver* consumer) {
     for (auto left = end - Clock::now(); left.count() > 0; left = end - Clock::now()) {
         pollfd item{consumer == nullptr ? -1 : consumer->descriptor, POLLIN, 0};
         const timespec wait{left / std::chrono::seconds(1), left.count() % std::nano::den};
-        if (::ppoll(&item, 1, &wait, nullptr) > 0) {
+        if (::ppoll(&item, 1, &wait, nullptr) > 0 && consumer != nullptr) {
             consumer->receive();
         }
     }
