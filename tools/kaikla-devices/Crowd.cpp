@@ -55,7 +55,7 @@ void Crowd::play(Clock::time_point now) {
     const auto size = static_cast<double>(crowd.size());
     const auto due = static_cast<std::uint64_t>(seconds * rate * size);
     for (; changes < due; ++changes) {
-        Messages messages = crowd[changes % crowd.size()].change();
+        Messages messages = crowd[static_cast<std::size_t>(changes % crowd.size())].change();
         if (outbox.size() < kMaxWaiting) {
             add(std::move(messages));
         } else {
@@ -64,7 +64,7 @@ void Crowd::play(Clock::time_point now) {
     }
     const auto dueSummaries = static_cast<std::uint64_t>(seconds / kSummaryIntervalS * size);
     for (; summaries < dueSummaries; ++summaries) {
-        add({crowd[summaries % crowd.size()].summary()});
+        add({crowd[static_cast<std::size_t>(summaries % crowd.size())].summary()});
     }
     pump();
 }
