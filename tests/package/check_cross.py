@@ -18,6 +18,7 @@ import oracle
 import peers
 
 EMULATORS = {"arm64": "qemu-aarch64-static", "armhf": "qemu-arm-static"}
+WITH_GATEWAY = ["arm64"]
 DEMO = peers.ROOT / "tools/demo/demo"
 
 
@@ -27,8 +28,9 @@ def emulated(request, tmp_path_factory):
     root = pathlib.Path(request.param).resolve()
     arch = root.name.rpartition("-")[2]
     place = tmp_path_factory.mktemp(arch)
-    for name in "kaikla", "kaikla-gateway":
-        [package] = peers.ROOT.glob(f"dist/{name}_*_{arch}.deb")
+    packages = list(peers.ROOT.glob(f"dist/kaikla*_{arch}.deb"))
+    assert len(packages) == (2 if arch in WITH_GATEWAY else 1)
+    for package in packages:
         subprocess.run(["dpkg-deb", "-x", package, place], check=True)
     (place / "bin").mkdir()
     for program in place.glob("usr/*bin/*"):
@@ -70,6 +72,8 @@ def test_a_day_is_played(emulated):
 
 
 def test_the_gateway_shows_it(emulated):
+    if not (emulated / "kaikla-gateway").exists():
+        pytest.skip("this architecture has no gateway")
     command = [DEMO, emulated, "show"]
     with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as show:
         address = re.search(r"http://\S+?/", show.stdout.readline())[0]
