@@ -2,11 +2,9 @@
 
 #include <sys/resource.h>
 
-/// Raises the process's limit of descriptors to the highest that it may have. The customary 1024
-/// are fewer than a thousand peers need.
+/// Raises the limit of descriptors: a thousand peers need more than the customary 1024.
 inline void raiseDescriptorLimit() {
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+    if (rlimit limit{}; ::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
         limit.rlim_cur = limit.rlim_max;
         (void)::setrlimit(RLIMIT_NOFILE, &limit);
     }

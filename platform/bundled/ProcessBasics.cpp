@@ -80,7 +80,6 @@ ProcessBasics::ProcessBasics(PollFds& pollFds)
         throw std::system_error(errno, std::system_category(), "signal descriptor");
     }
     StopDeadline::prepare();
-    // Each consumer takes two.
     raiseDescriptorLimit();
     stopFlag = false;
     wakeDescriptor = descriptor;
