@@ -45,7 +45,9 @@ bool EventRing::reaches(std::uint64_t position) const {
 }
 
 const Event* EventRing::after(std::uint64_t position) const {
-    return position == lastSeq ? nullptr : &events[position + events.size() - lastSeq];
+    // At most events.size(), as the ring reaches the position.
+    const auto behind = static_cast<std::size_t>(lastSeq - position);
+    return behind == 0 ? nullptr : &events[events.size() - behind];
 }
 
 std::uint64_t EventRing::bytesAfter(std::uint64_t position) const {

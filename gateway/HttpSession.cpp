@@ -284,7 +284,8 @@ std::optional<Answer> Session::refusalOfStrangers(std::string_view authorization
     }
     countRefusal("password-delay");
     refused = problem(429, "Too Many Requests", "Passwords were wrong before; try again later.");
-    refused.fields.emplace_back("Retry-After", std::to_string(std::max<long>(1, delay.count())));
+    refused.fields.emplace_back("Retry-After",
+                                std::to_string(std::max(delay, std::chrono::seconds(1)).count()));
     return refused;
 }
 
