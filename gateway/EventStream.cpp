@@ -49,12 +49,11 @@ private:
     void close();
     void evict(const std::string& reason);
 
-    static constexpr std::size_t kMaxQueue = 16;
-
     Transport transport;
     Shared& shared;
     std::string peer;
-    WallClock::time_point since;
+    const WallClock::time_point since = WallClock::now();
+    const Clock::time_point joined = Clock::now();
 
     std::uint64_t position = 0;
     /// What it had missed when it came back, up to this number, does not count as being behind.
@@ -69,14 +68,13 @@ private:
     std::size_t offset = 0;
     bool isWriting = false;
     bool isClosed = false;
-    Clock::time_point lastProgress;
-    std::array<boost::asio::const_buffer, kMaxQueue> buffers;
+    Clock::time_point lastProgress = joined;
+    std::array<boost::asio::const_buffer, kMaxWritten> buffers;
 };
 
 Stream::Stream(Transport connection, Shared& sharedParts, std::string address)
-    : transport(std::move(connection)), shared(sharedParts), peer(std::move(address)),
-      since(WallClock::now()), lastProgress(Clock::now()) {
-    queue.reserve(kMaxQueue);
+    : transport(std::move(connection)), shared(sharedParts), peer(std::move(address)) {
+    queue.reserve(kMaxWritten);
     shared.clients.add(*this);
 }
 
@@ -158,7 +156,7 @@ void Stream::fillQueue() {
         resync();
         return;
     }
-    while (queue.size() < kMaxQueue) {
+    while (queue.size() < kMaxWritten) {
         const Event* const event = shared.ring.after(position);
         if (event == nullptr) {
             return;
@@ -231,7 +229,10 @@ void Stream::written(std::size_t bytes) {
         offset -= item->text->size();
         if (item->taken) {
             ++sentEvents;
-            shared.clients.countDelivery(lastProgress - *item->taken);
+            // What was there before the client came says nothing about the way to it.
+            if (*item->taken >= joined) {
+                shared.clients.countDelivery(lastProgress - *item->taken);
+            }
         }
     }
     queue.erase(queue.begin(), item);

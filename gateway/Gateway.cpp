@@ -19,7 +19,12 @@ Gateway::Gateway(const Options& options)
       api(parts, options.sessionMetrics),
       link(server.loop(), context, options.service, options.consumer, source,
            {[this] { return device.messages(); },
-            [this](Json::Value& payload, std::uint64_t before) { takeStatus(payload, before); }}),
+            [this](Json::Value& payload, std::uint64_t before) {
+                waitingAnswer = {std::move(payload), before, Clock::now()};
+                if (!isTakingMore) {
+                    takeMessages();
+                }
+            }}),
       ingest(context, options.consumer,
              [this] { boost::asio::post(server.loop(), [this] { takeMessages(); }); }) {
     if (options.broker) {
@@ -84,10 +89,18 @@ void Gateway::takeMessages() {
         link.resync();
     }
     for (const RawMessage& message : taken.messages) {
+        if (waitingAnswer && message.taken > waitingAnswer->came) {
+            takeStatus();
+        }
         takeMessage(message);
     }
+    // Messages that are older than the answer come first.
+    if (waitingAnswer && !taken.more) {
+        takeStatus();
+    }
     server.clients().pump();
-    if (taken.more) {
+    isTakingMore = taken.more;
+    if (isTakingMore) {
         boost::asio::post(server.loop(), [this] { takeMessages(); });
     }
 }
@@ -119,17 +132,15 @@ void Gateway::takeMessage(const RawMessage& message) {
     }
 }
 
-void Gateway::takeStatus(Json::Value& payload, std::uint64_t before) {
-    // Messages that are older than the answer come first.
-    takeMessages();
+void Gateway::takeStatus() {
+    StatusAnswer answer = *std::exchange(waitingAnswer, std::nullopt);
     try {
         WebNotifierDeviceStatus status;
-        status.Deserialize(payload["status"]);
-        publish(device.takeAnswer(status, before), Clock::now());
+        status.Deserialize(answer.payload["status"]);
+        publish(device.takeAnswer(status, answer.before), Clock::now());
     } catch (const Json::Exception& error) {
         server.incidents().count("message", "malformed", error.what());
     }
-    server.clients().pump();
 }
 
 void Gateway::publish(const DeviceState::Changes& changes, Clock::time_point taken) {

@@ -31,6 +31,13 @@ public:
     void run();
 
 private:
+    struct StatusAnswer {
+        Json::Value payload;
+        /// What was known when it was asked for.
+        std::uint64_t before = 0;
+        Clock::time_point came;
+    };
+
     Answer answer(const Question& question) override;
     Json::Value snapshotJson() const override;
     Json::Value sourceJson() const override;
@@ -40,7 +47,7 @@ private:
 
     void takeMessages();
     void takeMessage(const RawMessage& message);
-    void takeStatus(Json::Value& payload, std::uint64_t before);
+    void takeStatus();
     void publish(const DeviceState::Changes& changes, Clock::time_point taken);
     void publishSource();
 
@@ -48,6 +55,10 @@ private:
     DeviceState device;
     Monitors monitors;
     PtpHistory history;
+    /// More messages wait, and are taken in the loop's next turn.
+    bool isTakingMore = false;
+    /// An answer that they come before.
+    std::optional<StatusAnswer> waitingAnswer;
     std::uint64_t inboxDropped = 0;
     MqttFigures mqttFigures;
     Source source;

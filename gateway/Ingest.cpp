@@ -1,5 +1,7 @@
 #include "gateway/Ingest.hpp"
 
+#include "gateway/EventStream.hpp"
+
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -72,7 +74,9 @@ void Ingest::put(std::string text) {
 }
 
 Ingest::Taken Ingest::take() {
-    constexpr std::size_t kMaxTaken = 64;
+    // A session's message makes three events at most: with its monitor's and the device's. No more
+    // come at a time than a client's write takes, so that a burst leaves no client behind.
+    constexpr std::size_t kMaxTaken = EventStream::kMaxWritten / 3;
     constexpr std::size_t kMaxTakenBytes = std::size_t{128} * 1024;
     std::size_t bytes = 0;
     Taken taken;

@@ -115,6 +115,12 @@ DeviceState::Changes Monitors::update(const DeviceState& device,
 void Monitors::updateSessions(const DeviceState& device, const DeviceState::Changes& changes,
                               Clock::time_point now, DeviceState::Changes& shown) {
     std::set<std::uint64_t> due = recovering;
+    if (isFirst) {
+        // Messages may have told of sessions before there was a whole status.
+        for (const auto& [id, session] : device.sessions()) {
+            due.insert(id);
+        }
+    }
     for (const Change& change : changes) {
         if (change.kind == "session") {
             due.insert(std::stoull(change.data["session"]["id"].asString()));

@@ -100,7 +100,12 @@ def test_who_comes_back_gets_what_was_missed(gateway, source):
     source.send(30)
     events = [stream.next("session") for _ in range(30)]
     stream.close()
+    reader = gateway.stream(since=events[-1]["id"])
     source.send(600)
+    for number in range(31, 631):
+        event = reader.next("session", "resync")
+        assert event["event"] == "session", "a burst is not the fault of who reads"
+        assert event["data"]["session"]["nmos_id"].startswith(f"{number} ")
     wait_until(lambda: gateway.status()["seq"] - events[-1]["data"]["seq"] >= 600, "the events")
     for options in ({"since": events[4]["id"]},
                     {"path": f"/api/v1/events?since={events[4]['id']}"}):

@@ -1,12 +1,13 @@
 """What clients of the gateway see of the device."""
 
+import threading
 import time
 
 import pytest
 
 from gateway.portal import Gateway, message, pusher
 from kaiklactl.played import PlayedService, reply
-from peers import PTP, SESSION, SYSTEM, Service, wait_until
+from peers import PTP, SESSION, SYSTEM, TIMEOUT, Service, wait_until
 
 LOCKED = {"clock_id": "02-00-00-ff-fe-10-00-01", "grandmaster_id": "gm-1", "locked": True,
           "offset_ns": -12, "mean_path_delay_ns": 2310,
@@ -175,6 +176,22 @@ def test_the_source_is_held_up_lost_and_back():
             source = stream.next("source")["data"]["source"]
             assert source["state"] == "live" and source["age_ms"] < 1000
             assert gateway.get("/readyz")[0] == 200
+
+
+def test_what_comes_before_the_first_status():
+    """Messages that a registration of a gateway that crashed has kept."""
+    document = {"device_id": "dev", "sessions": [session(7, LOST)]}
+    early = threading.Event()
+    answers = lambda command: early.wait(TIMEOUT) and reply(command, {"status": document, "remote": []})
+    with PlayedService(answers) as played, Gateway(service=played.endpoint, live=False) as gateway:
+        stream = gateway.stream()
+        sender = pusher(gateway.consumer)
+        sender.send(message(1, session(7, LOST)))
+        assert stream.next("session")["data"]["session"]["streams"][0]["alarms"] == [{**LOST, "since": None}]
+        early.set()
+        while stream.next("monitor")["data"]["name"] != "session/7":
+            pass
+        wait_until(lambda: gateway.status()["monitors"]["overall"] == "unhealthy", "its alarm to count")
 
 
 def test_what_is_lost_before_it_is_read_is_told():
