@@ -40,8 +40,10 @@ Answer problem(unsigned status, const std::string& title, const std::string& det
 /// The body that `make` gives, with `tag` as its ETag; 304 without it when the client has that one.
 template <typename Make>
 Answer taggedAnswer(const Question& question, const std::string& tag, Make&& make) {
+    // Weak or not is of no interest to this comparison.
+    const std::string_view opaque = std::string_view(tag).substr(tag.find('"'));
     const bool isKnown =
-        question.ifNoneMatch.find(tag) != std::string_view::npos || question.ifNoneMatch == "*";
+        question.ifNoneMatch.find(opaque) != std::string_view::npos || question.ifNoneMatch == "*";
     Answer answer = isKnown ? textAnswer(304, "") : jsonAnswer(std::forward<Make>(make)());
     answer.fields.emplace_back("ETag", tag);
     return answer;

@@ -10,9 +10,10 @@
 namespace gateway {
 namespace {
 
+constexpr std::string_view::size_type kLongest = 128;
+
 /// ASCII of bounded length. What Prometheus would read is escaped, and so is what may not be UTF-8.
 std::string escaped(std::string_view text) {
-    constexpr std::string_view::size_type kLongest = 128;
     std::string result;
     for (const char c : text.substr(0, kLongest)) {
         const auto byte = static_cast<unsigned char>(c);
@@ -44,7 +45,8 @@ void Exposition::sample(const Labels& labels, double value) {
     bool isChanged = false;
     for (const auto& [label, labelValue] : labels) {
         const std::string shown = escaped(labelValue);
-        isChanged = isChanged || shown != labelValue;
+        // One of just this length may be what a longer one is cut to.
+        isChanged = isChanged || shown != labelValue || labelValue.size() == kLongest;
         all.append(all.empty() ? "{" : ",").append(label).append("=\"").append(shown).append("\"");
     }
     all += '}';

@@ -88,6 +88,7 @@ private:
     void carryOut(const Request& request);
     /// An answer when the request is refused before its path is looked at.
     std::optional<Answer> refusal(const Request& request);
+    std::optional<Answer> refusalOfMethod(http::verb method);
     std::optional<Answer> refusalOfStrangers(std::string_view authorization);
     bool isOwnHost(std::string_view host) const;
     std::string clientAddress(const Request& request) const;
@@ -122,9 +123,9 @@ Session::Session(Transport connection, Shared& sharedParts, Users* knownUsers)
     : transport(std::move(connection)), shared(sharedParts),
       entry(shared.sessions.insert(shared.sessions.end(), this)), users(knownUsers) {
     boost::system::error_code error;
-    const auto endpoint = transport.socket().remote_endpoint(error);
-    peer = addressText(endpoint.address());
-    isLoopback = !error && endpoint.address().is_loopback();
+    const auto address = unmapped(transport.socket().remote_endpoint(error).address());
+    peer = addressText(address);
+    isLoopback = !error && address.is_loopback();
 }
 
 Session::~Session() {
@@ -175,8 +176,11 @@ void Session::beginRequest() {
     parser.emplace();
     parser->header_limit(kMaxHeadBytes);
     parser->body_limit(0);
-    // What the client has sent already may be a whole request.
-    hasBegun = hasBegun || buffer.size() > 0;
+    if (buffer.size() > 0) {
+        // What the client has sent already may be a whole request.
+        hasBegun = true;
+        deadline = Clock::now() + kHeadLimit;
+    }
     read();
 }
 
@@ -207,8 +211,12 @@ void Session::headFailed(const boost::system::error_code& error) {
         respond(problem(431, "Request Header Fields Too Large", "The head is over 8 KiB."), false,
                 false);
     } else if (error == http::error::unexpected_body || error == http::error::body_limit) {
-        countRefusal("body");
-        respond(problem(413, "Content Too Large", "A request has no body here."), false, false);
+        std::optional<Answer> refused = refusalOfMethod(parser->get().method());
+        if (!refused) {
+            countRefusal("body");
+            refused = problem(413, "Content Too Large", "A request has no body here.");
+        }
+        respond(std::move(*refused), false, false);
     } else if (error == http::error::end_of_stream || error == http::error::partial_message ||
                error.category() != http::make_error_code(http::error::bad_version).category()) {
         close();
@@ -230,8 +238,13 @@ void Session::carryOut(const Request& request) {
     const std::string_view path = target.substr(0, target.find('?'));
     const std::string_view query =
         path.size() < target.size() ? target.substr(path.size() + 1) : std::string_view();
-    if (path == "/api/v1/events" && !head) {
-        startStream(request, query);
+    if (path == "/api/v1/events") {
+        if (head) {
+            respond({200, "text/event-stream", std::make_shared<const std::string>(), {}}, head,
+                    keepAlive);
+        } else {
+            startStream(request, query);
+        }
         return;
     }
     const Question question{path, query, view(request[http::field::if_none_match]),
@@ -251,14 +264,21 @@ std::optional<Answer> Session::refusal(const Request& request) {
         return problem(421, "Misdirected Request",
                        "This Host is not known here; --host NAME makes it known.");
     }
-    if (request.method() != http::verb::get && request.method() != http::verb::head) {
-        countRefusal("method");
-        Answer refused = problem(405, "Method Not Allowed", "Only GET and HEAD are known here.");
-        refused.fields.emplace_back("Allow", "GET, HEAD");
+    if (std::optional<Answer> refused = refusalOfMethod(request.method())) {
         return refused;
     }
     return users == nullptr ? std::nullopt
                             : refusalOfStrangers(view(request[http::field::authorization]));
+}
+
+std::optional<Answer> Session::refusalOfMethod(http::verb method) {
+    if (method == http::verb::get || method == http::verb::head) {
+        return std::nullopt;
+    }
+    countRefusal("method");
+    Answer refused = problem(405, "Method Not Allowed", "Only GET and HEAD are known here.");
+    refused.fields.emplace_back("Allow", "GET, HEAD");
+    return refused;
 }
 
 std::optional<Answer> Session::refusalOfStrangers(std::string_view authorization) {
@@ -295,7 +315,8 @@ bool Session::isOwnHost(std::string_view host) const {
         return true;
     }
     boost::system::error_code error;
-    const auto own = const_cast<Transport&>(transport).socket().local_endpoint(error).address();
+    const auto own =
+        unmapped(const_cast<Transport&>(transport).socket().local_endpoint(error).address());
     if (own.is_loopback() && isSameName(host, "localhost")) {
         return true;
     }

@@ -62,7 +62,7 @@ void Listener::accept() {
 
 void Listener::take(Socket socket) {
     boost::system::error_code error;
-    const auto address = socket.remote_endpoint(error).address();
+    const auto address = unmapped(socket.remote_endpoint(error).address());
     if (error) {
         return;
     }

@@ -21,15 +21,20 @@ using Tcp = boost::asio::ip::tcp;
 using Socket = boost::asio::basic_stream_socket<Tcp, boost::asio::io_context::executor_type>;
 using TlsContext = std::shared_ptr<boost::asio::ssl::context>;
 
+/// A listener at :: accepts IPv4, too, and sees its addresses inside of IPv6's.
+inline boost::asio::ip::address unmapped(const boost::asio::ip::address& address) {
+    return address.is_v6() && address.to_v6().is_v4_mapped()
+               ? boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6())
+               : address;
+}
+
 /// An address as bounds count it: in IPv6 a whole /64 belongs to one customer.
 inline std::string addressText(const boost::asio::ip::address& address) {
     if (address.is_v6() && !address.is_loopback()) {
-        const auto v6 = address.to_v6();
-        if (v6.is_v4_mapped()) {
-            return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, v6).to_string();
-        }
         constexpr unsigned short kCustomerPrefix = 64;
-        return boost::asio::ip::make_network_v6(v6, kCustomerPrefix).canonical().to_string();
+        return boost::asio::ip::make_network_v6(address.to_v6(), kCustomerPrefix)
+            .canonical()
+            .to_string();
     }
     return address.to_string();
 }

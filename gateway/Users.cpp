@@ -4,6 +4,7 @@
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/sha.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -67,7 +68,8 @@ void Users::reload() {
 
 Users::Verdict Users::check(std::string_view authorization, Clock::time_point now) {
     constexpr std::string_view kBasic = "Basic ";
-    if (!authorization.starts_with(kBasic)) {
+    if (authorization.size() < kBasic.size() ||
+        ::strncasecmp(authorization.data(), kBasic.data(), kBasic.size()) != 0) {
         return Verdict::wrong;
     }
     Digest digest{};

@@ -2,6 +2,7 @@
 
 import base64
 import signal
+import socket
 import ssl
 import subprocess
 import urllib.error
@@ -34,8 +35,9 @@ def guarded(tmp_path):
     certificate(tmp_path, "one.example")
     write_users(tmp_path, anna="right: secret")
     with PlayedService(lambda command: reply(command, {"status": {"device_id": "dev"}})) as service:
+        any_address = "[::]" if socket.has_dualstack_ipv6() else "0.0.0.0"
         options = ("--tls-cert", tmp_path / "cert.pem", "--tls-key", tmp_path / "key.pem",
-                   "--users", tmp_path / "users", "--listen", "0.0.0.0:8443", "--host", "one.example")
+                   "--users", tmp_path / "users", "--listen", f"{any_address}:8443", "--host", "one.example")
         with Gateway(*options, service=service.endpoint) as gateway:
             gateway.folder = tmp_path
             yield gateway

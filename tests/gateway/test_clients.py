@@ -43,7 +43,7 @@ def gateway(source):
 
 
 @pytest.mark.parametrize("request_text, status, reason", [
-    ("POST /api/v1/status HTTP/1.1\r\nHost: localhost\r\nContent-Length: 0\r\n\r\n", 405, "method"),
+    ("POST /api/v1/status HTTP/1.1\r\nHost: localhost\r\nContent-Length: 1\r\n\r\nx", 405, "method"),
     ("OPTIONS /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n", 405, "method"),
     ("GET /api/v1/status HTTP/1.1\r\nHost: evil.example\r\n\r\n", 421, "host"),
     ("GET /api/v1/status HTTP/1.1\r\nHost: 127.0.0.2\r\n\r\n", 421, "host"),
@@ -80,6 +80,8 @@ def test_a_connection_carries_many_requests(gateway):
     assert f"ETag: {tag}" in connection.until("\r\n\r\n")
     connection.send(one.format("GET", f"If-None-Match: {tag}\r\n"))
     assert connection.until("\r\n\r\n").startswith("HTTP/1.1 304 ")
+    connection.send("HEAD /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n")
+    assert "Content-Type: text/event-stream" in connection.until("\r\n\r\n")
     connection.send(one.format("GET", "Connection: close\r\n"))
     assert connection.until("\r\n\r\n").startswith("HTTP/1.1 200 ")
     assert json.loads(connection.rest())["seq"] == body["seq"]
@@ -88,6 +90,8 @@ def test_a_connection_carries_many_requests(gateway):
 def test_a_head_that_never_ends_is_cut_off(gateway):
     slow, half = gateway.connect(), gateway.connect()
     slow.send("GET / HTTP/1.1\r\n")
+    half.send("GET /healthz HTTP/1.1\r\nHost: localhost\r\n\r\nGET /")
+    half.until("ok\n")
     start = time.monotonic()
     assert slow.rest() == half.rest() == ""
     assert 9 < time.monotonic() - start < 25
