@@ -2,6 +2,8 @@
 
 #include "gateway/TopicText.hpp"
 #include "platform/api/Logger.hpp"
+#include "tools/client/Address.hpp"
+#include "tools/client/Failure.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -28,7 +30,7 @@ ListenAddress listenAddress(const std::string& text) {
         result.address = result.address.substr(1, result.address.size() - 2);
     }
     if (colon == std::string::npos || !isAddress(result.address) ||
-        !CLI::detail::lexical_cast(text.substr(colon + 1), result.port)) {
+        !CLI::detail::lexical_cast(text.substr(colon + 1), result.port) || result.port == 0) {
         throw CLI::ValidationError("--listen", text + " is no ADDRESS:PORT");
     }
     return result;
@@ -52,6 +54,14 @@ void checkSecurity(const ServerOptions& options, bool insecure) {
     if (hasAll && (!isOpen || insecure)) {
         throw CLI::ValidationError("--tls-cert",
                                    "it is for a --listen beyond loopback, without --insecure");
+    }
+}
+
+void checkEndpoint(const char* option, const std::string& endpoint) {
+    try {
+        client::checkConnectable(endpoint);
+    } catch (const client::BadEndpoint& failure) {
+        throw CLI::ValidationError(option, failure.what());
     }
 }
 
@@ -158,7 +168,10 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
 
     const CLI::App* const fleet =
         app.add_subcommand("fleet", "Shows every device that publishes at the broker of --mqtt")
-            ->fallthrough();
+            ->fallthrough()
+            ->footer(
+                "The other options are those of kaikla-gateway --help, but --service, --consumer,\n"
+                "--instance and --session-metrics.");
 
     try {
         app.parse(argc, argv);
@@ -166,6 +179,8 @@ std::optional<Options> readCommandLine(int argc, char** argv, int& exitStatus) {
             options.server.listen.push_back(listenAddress(text));
         }
         checkSecurity(options.server, insecure);
+        checkEndpoint("--service", options.service);
+        checkEndpoint("--consumer", options.consumer);
         options.broker = broker.read();
         options.isFleet = fleet->parsed();
         if (options.isFleet) {

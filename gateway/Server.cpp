@@ -5,6 +5,8 @@
 #include <csignal>
 #include <exception>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace gateway {
@@ -14,13 +16,24 @@ constexpr unsigned kTicksInSecond = 4;
 constexpr std::chrono::milliseconds kTick{1000 / kTicksInSecond};
 constexpr unsigned kHeartbeatS = 5;
 
+void throwIf(const boost::system::error_code& error, const std::string& what) {
+    if (error) {
+        throw std::runtime_error(what + ": " + error.message());
+    }
+}
+
 TlsContext readCertificate(const ServerOptions& options) {
     namespace ssl = boost::asio::ssl;
     auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
     context->set_options(ssl::context::default_workarounds | ssl::context::no_tlsv1 |
                          ssl::context::no_tlsv1_1 | ssl::context::no_compression);
-    context->use_certificate_chain_file(options.tlsCertificate);
-    context->use_private_key_file(options.tlsKey, ssl::context::pem);
+    boost::system::error_code error;
+    // Otherwise a terminal would be asked for the password of the key, and everybody would wait.
+    context->set_password_callback([](auto, auto) { return std::string(); }, error);
+    context->use_certificate_chain_file(options.tlsCertificate, error);
+    throwIf(error, "cannot use the certificate " + options.tlsCertificate);
+    context->use_private_key_file(options.tlsKey, ssl::context::pem, error);
+    throwIf(error, "cannot use the key " + options.tlsKey);
     return context;
 }
 
@@ -38,10 +51,15 @@ Server::Server(ServerOptions chosen, Application& described, const EventRing::Bo
     }
     for (const ListenAddress& each : options.listen) {
         const bool isGuarded = users && !each.isLoopback();
-        listeners.emplace_back(
-            context, Tcp::endpoint(boost::asio::ip::make_address(each.address), each.port),
-            connections, shared, [this, isGuarded] { return isGuarded ? tls : TlsContext(); },
-            isGuarded ? &*users : nullptr);
+        try {
+            listeners.emplace_back(
+                context, Tcp::endpoint(boost::asio::ip::make_address(each.address), each.port),
+                connections, shared, [this, isGuarded] { return isGuarded ? tls : TlsContext(); },
+                isGuarded ? &*users : nullptr);
+        } catch (const boost::system::system_error& failure) {
+            throwIf(failure.code(),
+                    "cannot listen on " + each.address + " port " + std::to_string(each.port));
+        }
         Logger::log(Logger::LOG_LEVEL_NTF, "listening on %s port %u%s", each.address.c_str(),
                     unsigned{each.port}, isGuarded ? ", with TLS and users" : "");
     }

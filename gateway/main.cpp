@@ -3,16 +3,9 @@
 #include "gateway/fleet/Fleet.hpp"
 #include "platform/api/DescriptorLimit.hpp"
 #include "platform/api/Logger.hpp"
-#include "tools/client/Failure.hpp"
 
 #include <cstdlib>
 #include <exception>
-
-namespace {
-
-constexpr int kUsageStatus = 2;
-
-} // namespace
 
 int main(int argc, char** argv) {
     int exitStatus = EXIT_SUCCESS;
@@ -33,9 +26,6 @@ int main(int argc, char** argv) {
             gateway::Gateway(*options).run();
         }
         return EXIT_SUCCESS;
-    } catch (const client::Failure& failure) {
-        Logger::log(Logger::LOG_LEVEL_ERR, "%s", failure.what());
-        return kUsageStatus;
     } catch (const std::exception& error) {
         Logger::log(Logger::LOG_LEVEL_ERR, "%s", error.what());
         return EXIT_FAILURE;
