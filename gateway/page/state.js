@@ -31,7 +31,10 @@ export class State {
       case 'port': this.ports.set(data.port.name, data.port); break;
       case 'port-removed': this.ports.delete(data.name); break;
       case 'device': this.device = data.id; break;
-      case 'monitor': this.monitors.set(data.name, data); break;
+      case 'monitor':
+        this.known = true;
+        this.monitors.set(data.name, data);
+        break;
       case 'row': this.row = data.row; break;
       case 'row-removed': this.row = null; break;
       case 'broker': this.broker = data.broker; break;

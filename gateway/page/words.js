@@ -2,7 +2,9 @@
 
 export const SIGNS = {good: '●', warn: '▲', bad: '■', none: '○'};
 
+// Words come from devices: without a prototype, "constructor" is none of these.
 const LEVELS = {
+  __proto__: null,
   'healthy': 'good', 'all-up': 'good', 'partially-healthy': 'warn', 'some-down': 'warn',
   'unhealthy': 'bad', 'all-down': 'bad',
 };
@@ -10,10 +12,17 @@ export const levelOf = (status) => LEVELS[status] ?? 'none';
 export const rankOf = (level) => ['none', 'good', 'warn', 'bad'].indexOf(level);
 export const classOf = (level) => ({good: 'healthy', warn: 'warn', bad: 'bad', none: 'quiet'})[level];
 
-const SEVERITIES = {critical: 'bad', major: 'bad', minor: 'warn', warning: 'warn'};
+const SEVERITIES = {__proto__: null, critical: 'bad', major: 'bad', minor: 'warn', warning: 'warn'};
 export const severityLevel = (severity) => SEVERITIES[severity] ?? 'bad';
 
-export const clock = (text) => new Date(text).toLocaleTimeString([], {hour12: false});
+const TODAY = new Intl.DateTimeFormat([], {timeStyle: 'medium', hourCycle: 'h23'});
+const ANY_DAY = new Intl.DateTimeFormat([], {dateStyle: 'medium', timeStyle: 'medium', hourCycle: 'h23'});
+
+export function clock(text) {
+  const time = new Date(text);
+  if (Number.isNaN(time.getTime())) return text;
+  return (time.toDateString() === new Date().toDateString() ? TODAY : ANY_DAY).format(time);
+}
 
 // Since when; what was so when the gateway started has no time of its own.
 export function since(time, started) {

@@ -170,6 +170,7 @@ def test_a_thousand_devices_in_a_browser(broker, record_property):
         page.wait("#device", "studio-7 · 2b1c")
         page.wait("#overall", "■ unhealthy")
         page.wait("#session-list", "■ 2")
+        assert "2026" in page.text("#session-list"), "a time of another day has its date"
         page.connection("live")
         broker.publish("kaikla/v1/studio-7/ptp", {**PTP, "locked": False})
         page.wait("#ptp-words", "■ NOT LOCKED")

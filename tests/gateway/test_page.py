@@ -170,12 +170,12 @@ def test_the_page_says_what_it_is_connected_to(played, gateway):
         played.__exit__()
         page.connection("lost")
         page.picture("lost")
-        with Played(endpoint=played.endpoint):
-            page.connection("live")
-            gateway.kill()
-            page.connection("reconnecting")
-            page.picture("reconnecting")
-            with Gateway(service=played.endpoint, port=gateway.port):
+        gateway.kill()
+        page.connection("reconnecting")
+        page.picture("reconnecting")
+        with Gateway(service=played.endpoint, port=gateway.port, live=False):
+            page.wait("#overall", "○ unknown")
+            with Played(endpoint=played.endpoint):
                 page.connection("live")
                 page.wait("#overall", "● healthy")
 
