@@ -127,7 +127,7 @@ tidy: setup-ci
 ifdef ARCH
 package:
 	@packaging/in-root $(RELEASE) $(ARCH) -- make package PRESET=$(ARCH) JOBS=$(JOBS)
-	@mkdir -p dist && cp build/roots/$(RELEASE)-$(ARCH)/kaikla/dist/*.deb dist/
+	@mkdir -p dist && rm -f dist/*_$(ARCH).deb && cp build/roots/$(RELEASE)-$(ARCH)/kaikla/dist/*.deb dist/
 else
 package: setup-package build ## Make the Debian package in dist/, for arm64 with ARCH=arm64 (as root)
 	@rm -rf dist
