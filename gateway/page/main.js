@@ -41,14 +41,23 @@ function say(target, text, className) {
   if (className !== undefined && target.className !== className) target.className = className;
 }
 
+// What is shown is only the last that was heard.
+function whyOld() {
+  if (!connected) return 'reconnecting';
+  if (instance && state.broker?.state !== 'live') return 'broker lost';
+  if (state.row && state.row.state !== 'online') return 'offline';
+  return state.source?.state === 'live' ? '' : `source ${state.source?.state ?? 'lost'}`;
+}
+
 function drawHeader() {
   const overall = state.monitors.get('overall');
   let status = state.known ? overall?.status ?? 'inactive' : 'unknown';
   let level = levelOf(status);
   let reason = overall?.message ?? '';
-  if (state.row && state.row.state !== 'online') {
+  const away = whyOld();
+  if (away && state.known) {
     reason = `was ${status}: ${reason}`;
-    [status, level] = ['offline', 'bad'];
+    [status, level] = [away, 'bad'];
   }
   say(byId('overall'), `${SIGNS[level]} ${status}`, `health ${classOf(level)}`);
   say(byId('device'), [instance, state.device].filter(Boolean).join(' · '));

@@ -35,7 +35,8 @@ export function nanoseconds(value) {
   const sign = value < 0 ? '−' : '';
   if (size < 10_000) return `${sign}${size} ns`;
   if (size < 10_000_000) return `${sign}${(size / 1000).toFixed(1)} µs`;
-  return `${sign}${(size / 1_000_000).toFixed(1)} ms`;
+  if (size < 10_000_000_000) return `${sign}${(size / 1_000_000).toFixed(1)} ms`;
+  return `${sign}${(size / 1_000_000_000).toFixed(1)} s`;
 }
 
 export function speed(mbps) {

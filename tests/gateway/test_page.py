@@ -169,6 +169,8 @@ def test_the_page_says_what_it_is_connected_to(played, gateway):
         page.picture("held-up")
         played.__exit__()
         page.connection("lost")
+        page.wait("#overall", "■ source lost")
+        assert page.text("#reason") == "was healthy: everything is well"
         page.picture("lost")
         gateway.kill()
         page.connection("reconnecting")
