@@ -11,6 +11,7 @@ constexpr std::chrono::seconds kHold{3};
 constexpr const char* kOverall = "overall";
 constexpr const char* kLinks = "links";
 constexpr const char* kSynchronization = "synchronization";
+constexpr const char* kNotUsed = "not-used";
 
 // In the order of Health.
 constexpr std::array<const char*, 4> kWords = {"inactive", "healthy", "partially-healthy",
@@ -25,7 +26,7 @@ const char* word(const std::string& name, Health health) {
     if (name == kLinks) {
         return kLinkWords.at(static_cast<std::size_t>(health));
     }
-    return name == kSynchronization && health == Health::unknown ? "not-used" : word(health);
+    return name == kSynchronization && health == Health::unknown ? kNotUsed : word(health);
 }
 
 Monitors::Verdict linksVerdict(const DeviceState& device) {
@@ -78,13 +79,13 @@ const char* word(Health health) {
     return kWords.at(static_cast<std::size_t>(health));
 }
 
-Health healthOf(std::string_view word) {
+std::optional<Health> healthOf(std::string_view word) {
     for (std::size_t i = 0; i < kWords.size(); ++i) {
         if (word == kWords.at(i) || word == kLinkWords.at(i)) {
             return static_cast<Health>(i);
         }
     }
-    return Health::unknown;
+    return word == kNotUsed ? std::optional(Health::unknown) : std::nullopt;
 }
 
 Health healthOf(const AlarmCounts& alarms) {

@@ -20,8 +20,8 @@ enum class Health { unknown, healthy, partiallyHealthy, unhealthy };
 /// "inactive", "healthy", "partially-healthy" or "unhealthy".
 const char* word(Health health);
 
-/// What a monitor's word says; unknown for one that is none.
-Health healthOf(std::string_view word);
+/// What a monitor's word says; nothing for a word that no monitor has.
+std::optional<Health> healthOf(std::string_view word);
 
 /// What its alarms and its streams' make of a session.
 Health healthOf(const AlarmCounts& alarms);

@@ -2,6 +2,9 @@
 
 #include "platform/api/Logger.hpp"
 
+#include <algorithm>
+#include <array>
+
 namespace gateway {
 namespace {
 
@@ -22,6 +25,12 @@ const char* word(SourceState state) {
 }
 
 } // namespace
+
+bool isSourceWord(std::string_view text) {
+    constexpr std::array kStates = {SourceState::live, SourceState::heldUp, SourceState::lost};
+    return std::any_of(kStates.begin(), kStates.end(),
+                       [text](SourceState state) { return text == word(state); });
+}
 
 void Source::update(std::optional<Clock::duration> waiting) {
     SourceState state = shownState == SourceState::heldUp ? shownState : SourceState::lost;

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 namespace gateway {
@@ -19,6 +20,9 @@ enum class SourceState {
     /// Nothing is there.
     lost,
 };
+
+/// Whether a word is that of a state: "live", "held-up" or "lost".
+bool isSourceWord(std::string_view word);
 
 /// What is known of the service itself, and how old what it has told is.
 class Source {

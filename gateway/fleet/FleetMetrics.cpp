@@ -99,9 +99,9 @@ void addHealth(Exposition& out, const FleetState& devices) {
            "Health: 0 unknown, 1 healthy, 2 partially healthy, 3 unhealthy.",
            [&out](const std::string& instance, const FleetDevice& device) {
                for (const char* const monitor : {"links", "synchronization", "overall"}) {
-                   const Health health = healthOf(device.quietRow()[monitor].asString());
+                   const auto health = healthOf(device.quietRow()[monitor].asString());
                    out.sample({{kInstance, instance}, {"monitor", monitor}},
-                              static_cast<double>(health));
+                              static_cast<double>(health.value_or(Health::unknown)));
                }
            });
 }

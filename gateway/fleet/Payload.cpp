@@ -1,5 +1,8 @@
 #include "gateway/fleet/Payload.hpp"
 
+#include "gateway/Monitors.hpp"
+#include "gateway/Source.hpp"
+
 #include <json/reader.h>
 
 #include <algorithm>
@@ -31,7 +34,15 @@ Json::Value parse(const std::string& text) {
 }
 
 bool isTime(const Json::Value& json) {
-    return json.isString() || json.isNull();
+    constexpr std::string_view kShape = "0000-00-00T00:00:00.000Z";
+    const std::string text = json.isString() ? json.asString() : "";
+    return std::equal(
+        text.begin(), text.end(), kShape.begin(), kShape.end(),
+        [](char c, char shape) { return shape == '0' ? c >= '0' && c <= '9' : c == shape; });
+}
+
+bool isSince(const Json::Value& json) {
+    return json.isNull() || isTime(json);
 }
 
 template <typename Fits>
@@ -41,23 +52,23 @@ bool isListOf(const Json::Value& json, Fits fits) {
 
 bool isAlarm(const Json::Value& json) {
     return json.isObject() && json["severity"].isString() && json["description"].isString() &&
-           json["type"].isInt() && isTime(json["since"]);
+           json["type"].isInt() && isSince(json["since"]);
+}
+
+bool isId(const Json::Value& json) {
+    constexpr std::size_t kLongest = 20;
+    const std::string text = json.isString() ? json.asString() : "";
+    return !text.empty() && text.size() <= kLongest &&
+           text.find_first_not_of("0123456789") == std::string::npos;
 }
 
 bool isStream(const Json::Value& json) {
-    return json.isObject() && json["id"].isString() && isListOf(json["alarms"], isAlarm);
-}
-
-bool isId(std::string_view text) {
-    constexpr std::size_t kLongest = 20;
-    return text.size() <= kLongest &&
-           text.find_first_not_of("0123456789") == std::string_view::npos;
+    return json.isObject() && isId(json["id"]) && isListOf(json["alarms"], isAlarm);
 }
 
 bool isSession(const Json::Value& json, std::string_view id) {
-    return isId(id) && json["id"].isString() && json["id"].asString() == id &&
-           json["nmos_id"].isString() && isListOf(json["alarms"], isAlarm) &&
-           isListOf(json["streams"], isStream);
+    return isId(json["id"]) && json["id"].asString() == id && json["nmos_id"].isString() &&
+           isListOf(json["alarms"], isAlarm) && isListOf(json["streams"], isStream);
 }
 
 bool isPtpPort(const Json::Value& json) {
@@ -68,38 +79,43 @@ bool isPtp(const Json::Value& json) {
     const Json::Value& profile = json["profile"];
     return json["locked"].isBool() && json["offset_ns"].isInt64() &&
            json["mean_path_delay_ns"].isInt64() && json["grandmaster_id"].isString() &&
-           isTime(json["since"]) && profile.isObject() && profile["name"].isString() &&
+           isSince(json["since"]) && profile.isObject() && profile["name"].isString() &&
            profile["domain"].isUInt() && isListOf(json["ports"], isPtpPort);
 }
 
 bool isPort(const Json::Value& json) {
     const Json::Value& sfp = json["sfp"];
     return json["name"].isString() && json["up"].isBool() && json["ip"].isString() &&
-           json["speed_mbps"].isUInt64() && isTime(json["since"]) &&
+           json["speed_mbps"].isUInt64() && isSince(json["since"]) &&
            (sfp.isNull() || (sfp.isObject() && sfp["temperature_c"].isNumeric()));
 }
 
-bool isMonitor(const Json::Value& json) {
-    return json.isObject() && json["name"].isString() && json["status"].isString() &&
-           json["message"].isString() && json["transitions"].isUInt64() && isTime(json["since"]);
+bool isMonitor(const Json::Value& json, const char* name) {
+    return json.isObject() && json["name"] == name && json["status"].isString() &&
+           healthOf(json["status"].asString()) && json["message"].isString() &&
+           json["transitions"].isUInt64() && isSince(json["since"]);
 }
 
 bool isDevice(const Json::Value& json) {
     const Json::Value& source = json["source"];
     const Json::Value& monitors = json["monitors"];
     const Json::Value& alarms = json["alarms"];
-    return json["time"].isString() && isTime(json["id"]) && source.isObject() &&
-           source["state"].isString() && source["since"].isString() && monitors.isObject() &&
-           isMonitor(monitors["overall"]) && isMonitor(monitors["links"]) &&
-           isMonitor(monitors["synchronization"]) && json["sessions"].isUInt64() &&
-           json["streams"].isUInt64() && alarms.isObject() &&
+    constexpr std::array kMonitors = {"overall", "links", "synchronization"};
+    return isTime(json["time"]) && (json["id"].isNull() || json["id"].isString()) &&
+           source.isObject() && source["state"].isString() &&
+           isSourceWord(source["state"].asString()) && isTime(source["since"]) &&
+           monitors.isObject() &&
+           std::all_of(kMonitors.begin(), kMonitors.end(),
+                       [&](const char* name) { return isMonitor(monitors[name], name); }) &&
+           json["sessions"].isUInt64() && json["streams"].isUInt64() && alarms.isObject() &&
            std::all_of(alarms.begin(), alarms.end(),
                        [](const Json::Value& number) { return number.isUInt64(); });
 }
 
 bool isAlarmEvent(const Json::Value& json) {
-    return json["time"].isString() && json["state"].isString() && json["session"].isString() &&
-           isTime(json["stream"]) && isAlarm(json["alarm"]);
+    return isTime(json["time"]) && (json["state"] == "raised" || json["state"] == "cleared") &&
+           isId(json["session"]) && (json["stream"].isNull() || isId(json["stream"])) &&
+           isAlarm(json["alarm"]);
 }
 
 bool fits(std::string_view branch, const Json::Value& json) {

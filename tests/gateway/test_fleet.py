@@ -87,12 +87,16 @@ def test_what_is_not_of_the_contract_is_left_out(broker):
         wait_until(lambda: "a" in fleet.rows() and fleet.rows()["a"]["ports"]["up"], "the device")
         for topic in ("kaikla/v1/a/foreign", "kaikla/v1/a/port/x/y", "kaikla/v1/a b/state"):
             broker.publish(topic, "online")
+        well, away = device(), EXAMPLES["device"]["source"]
+        well["monitors"]["links"]["status"] = "well"
         for branch, payload in (("ptp", "{"), ("ptp", []), ("ptp", {**PTP, "locked": "yes"}),
-                                ("session/8", SESSION), ("device", {}), ("state", "perhaps")):
+                                ("session/8", SESSION), ("device", {}), ("state", "perhaps"),
+                                ("device", {**device(), "time": "noon"}), ("device", well),
+                                ("device", {**device(), "source": {**away, "state": "away"}})):
             broker.publish(f"kaikla/v1/a/{branch}", payload)
         left_out = lambda reason: fleet.metrics().get(
             f'kaikla_gateway_left_out_messages_total{{reason="{reason}"}}', 0)
-        wait_until(lambda: left_out("malformed") >= 6, "the malformed ones to be counted")
+        wait_until(lambda: left_out("malformed") >= 9, "the malformed ones to be counted")
         assert fleet.wait_line("left out (malformed): a/ptp: ")
         assert list(fleet.rows()) == ["a"] and fleet.rows()["a"]["state"] == "online"
         assert fleet.device("a")["device"]["sessions"] == [SESSION]
