@@ -2,7 +2,6 @@
 
 #include "gateway/Clients.hpp"
 #include "gateway/EventRing.hpp"
-#include "gateway/Incidents.hpp"
 
 #include <array>
 #include <cstdio>
@@ -76,19 +75,21 @@ void Exposition::server(const EventRing& ring, const Clients& clients, const Inc
     family("kaikla_gateway_dropped_events_total", "counter",
            "Events that clients have missed, each client's counted.");
     sample(static_cast<double>(clients.droppedEvents()));
-    incidents(happened, Incidents::kResync, "kaikla_gateway_resyncs_total",
+    // An increase from nothing to 1 is none: what an alarm is set on begins with 0.
+    incidents(happened.counts(Incidents::kResync, {"overrun", "slow"}),
+              "kaikla_gateway_resyncs_total",
               "Clients that have missed events and were given the whole state.");
-    incidents(happened, Incidents::kEviction, "kaikla_gateway_evictions_total",
-              "Connections closed by the gateway.");
-    incidents(happened, Incidents::kRefusal, "kaikla_gateway_refusals_total",
+    incidents(happened.counts(Incidents::kEviction, {"room", "slow", "stalled"}),
+              "kaikla_gateway_evictions_total", "Connections closed by the gateway.");
+    incidents(happened.counts(Incidents::kRefusal), "kaikla_gateway_refusals_total",
               "Connections and requests refused.");
     deliveries(clients);
 }
 
-void Exposition::incidents(const Incidents& happened, const char* kind, const char* familyName,
+void Exposition::incidents(const Incidents::Counts& counts, const char* familyName,
                            const char* help) {
     family(familyName, "counter", help);
-    for (const auto& [reason, number] : happened.counts(kind)) {
+    for (const auto& [reason, number] : counts) {
         sample({{"reason", reason}}, static_cast<double>(number));
     }
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "gateway/Incidents.hpp"
+
 #include <set>
 #include <string>
 #include <string_view>
@@ -10,7 +12,6 @@ namespace gateway {
 
 class Clients;
 class EventRing;
-class Incidents;
 
 /// The Prometheus text exposition format, version 0.0.4, as it is written.
 class Exposition {
@@ -36,8 +37,7 @@ public:
 
 private:
     void line(const std::string& labels, double value);
-    void incidents(const Incidents& incidents, const char* kind, const char* family,
-                   const char* help);
+    void incidents(const Incidents::Counts& counts, const char* family, const char* help);
     void deliveries(const Clients& clients);
 
     std::string name;

@@ -16,17 +16,23 @@ void Incidents::count(const std::string& kind, const std::string& reason, std::s
     }
     constexpr std::string_view::size_type kLongestDetail = 200;
     const std::string shown(detail.substr(0, kLongestDetail));
-    Logger::log(Logger::LOG_LEVEL_WRN, "%s (%s): %s; %llu more since the last such line",
-                kind.c_str(), reason.c_str(), shown.c_str(),
-                static_cast<unsigned long long>(tally.untold));
+    const std::string more =
+        tally.untold == 0 ? ""
+                          : "; " + std::to_string(tally.untold) + " more since the last such line";
+    Logger::log(Logger::LOG_LEVEL_WRN, "%s (%s): %s%s", kind.c_str(), reason.c_str(), shown.c_str(),
+                more.c_str());
     tally.told = now;
     tally.untold = 0;
 }
 
-Incidents::Counts Incidents::counts(std::string_view kind) const {
+Incidents::Counts Incidents::counts(std::string_view kind,
+                                    std::initializer_list<const char*> reasons) const {
     Counts result;
-    if (const auto reasons = tallies.find(kind); reasons != tallies.end()) {
-        for (const auto& [reason, tally] : reasons->second) {
+    for (const char* const reason : reasons) {
+        result[reason] = 0;
+    }
+    if (const auto occurred = tallies.find(kind); occurred != tallies.end()) {
+        for (const auto& [reason, tally] : occurred->second) {
             result[reason] = tally.total;
         }
     }

@@ -3,6 +3,7 @@
 #include "gateway/ApiText.hpp"
 
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <string_view>
@@ -24,8 +25,8 @@ public:
     /// network.
     void count(const std::string& kind, const std::string& reason, std::string_view detail);
 
-    /// How often, for each reason of a kind.
-    Counts counts(std::string_view kind) const;
+    /// How often, for each reason of a kind that has occurred, and for each of `reasons`.
+    Counts counts(std::string_view kind, std::initializer_list<const char*> reasons = {}) const;
 
 private:
     struct Tally {
