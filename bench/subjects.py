@@ -9,8 +9,9 @@ import socket
 import subprocess
 import sys
 import tempfile
-import time
 from contextlib import contextmanager
+
+from figures import until
 
 LABELS = {"bare": "bare loop", "level-4": "kaikla, level 4",
           "file": "kaikla, default level into a file", "broker": "mosquitto, MQTT at QoS 0"}
@@ -35,11 +36,7 @@ def accepts(port):
 
 
 def wait_for(port):
-    end = time.monotonic() + 10
-    while not accepts(port):
-        if time.monotonic() > end:
-            sys.exit(f"nothing listens on port {port}")
-        time.sleep(0.0002)
+    until(lambda: accepts(port), f"a listener on port {port}", 10)
 
 
 def prepare():

@@ -8,18 +8,18 @@
 #include <exception>
 
 int main(int argc, char** argv) {
-    int exitStatus = EXIT_SUCCESS;
-    const std::optional<gateway::Options> options =
-        gateway::readCommandLine(argc, argv, exitStatus);
-    if (!options) {
-        return exitStatus;
-    }
-    const unsigned toFile = options->logFile.empty() ? 0 : Logger::kToFile;
-    Logger::createLogger(static_cast<unsigned>(options->logLevel) | Logger::kToStandardError |
-                             toFile,
-                         options->logFile, "kaikla-gateway");
-    raiseDescriptorLimit();
     try {
+        int exitStatus = EXIT_SUCCESS;
+        const std::optional<gateway::Options> options =
+            gateway::readCommandLine(argc, argv, exitStatus);
+        if (!options) {
+            return exitStatus;
+        }
+        const unsigned toFile = options->logFile.empty() ? 0 : Logger::kToFile;
+        Logger::createLogger(static_cast<unsigned>(options->logLevel) | Logger::kToStandardError |
+                                 toFile,
+                             options->logFile, "kaikla-gateway");
+        raiseDescriptorLimit();
         if (options->isFleet) {
             gateway::Fleet(*options).run();
         } else {

@@ -6,8 +6,8 @@
 namespace {
 constexpr JsonKey kSeverity{"severity"};
 constexpr JsonKey kDescription{"description"};
-constexpr JsonKey kType{"type"};
-constexpr JsonKey kId{"id"};
+constexpr JsonKey kStatusType{"type"};
+constexpr JsonKey kStatusId{"id"};
 constexpr JsonKey kAlarms{"alarms"};
 constexpr JsonKey kNmosId{"nmos_id"};
 constexpr JsonKey kDeviceId{"device_id"};
@@ -20,27 +20,27 @@ constexpr JsonKey kEths{"eths"};
 void StreamAlarmData::Serialize(Json::Value& out) const {
     out[kSeverity] = severity;
     out[kDescription] = description;
-    out[kType] = type;
+    out[kStatusType] = type;
 }
 
 void StreamAlarmData::Deserialize(Json::Value& in) {
     severity = json_member::text(in, kSeverity, "warning");
     description = json_member::text(in, kDescription);
-    type = json_member::signed32(in, kType);
+    type = json_member::signed32(in, kStatusType);
 }
 
 void StreamStatusData::Serialize(Json::Value& out) const {
-    out[kId] = Json::UInt64{id};
+    out[kStatusId] = Json::UInt64{id};
     json_list::write(out, kAlarms, alarms);
 }
 
 void StreamStatusData::Deserialize(Json::Value& in) {
-    id = json_member::unsigned64(in, kId);
+    id = json_member::unsigned64(in, kStatusId);
     json_list::read(in, kAlarms, alarms);
 }
 
 void SessionStatusData::Serialize(Json::Value& out) const {
-    out[kId] = Json::UInt64{id};
+    out[kStatusId] = Json::UInt64{id};
     out[kNmosId] = nmosId;
     out[kDeviceId] = deviceId;
     json_list::write(out, kAlarms, alarms);
@@ -48,7 +48,7 @@ void SessionStatusData::Serialize(Json::Value& out) const {
 }
 
 void SessionStatusData::Deserialize(Json::Value& in) {
-    id = json_member::unsigned64(in, kId);
+    id = json_member::unsigned64(in, kStatusId);
     nmosId = json_member::text(in, kNmosId);
     deviceId = json_member::text(in, kDeviceId);
     json_list::read(in, kAlarms, alarms);

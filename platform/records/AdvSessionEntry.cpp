@@ -5,15 +5,15 @@
 using json_fields::Field;
 
 namespace {
-constexpr std::tuple kFields{Field{"id", &AdvSessionEntry::id},
-                             Field{"name", &AdvSessionEntry::name},
-                             Field{"sdp", &AdvSessionEntry::sdp}};
+constexpr std::tuple kSessionFields{Field{"id", &AdvSessionEntry::id},
+                                    Field{"name", &AdvSessionEntry::name},
+                                    Field{"sdp", &AdvSessionEntry::sdp}};
 } // namespace
 
 void AdvSessionEntry::Serialize(Json::Value& out) const {
-    json_fields::write(*this, kFields, out);
+    json_fields::write(*this, kSessionFields, out);
 }
 
 void AdvSessionEntry::Deserialize(Json::Value& in) {
-    json_fields::read(*this, kFields, in);
+    json_fields::read(*this, kSessionFields, in);
 }

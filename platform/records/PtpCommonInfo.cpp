@@ -14,7 +14,7 @@ constexpr std::tuple kProfileFields{
     Field{"delay_req_interval", &PtpProfile::delayReqInterval},
 };
 
-constexpr std::tuple kPortFields{
+constexpr std::tuple kPtpPortFields{
     Field{"portNumber", &PtpBasePortInfo::portNumber},
     Field{"state", &PtpBasePortInfo::state},
     Field{"portSetting1", &PtpBasePortInfo::portSetting1},
@@ -22,7 +22,7 @@ constexpr std::tuple kPortFields{
     Field{"portSetting3", &PtpBasePortInfo::portSetting3},
 };
 
-constexpr std::tuple kFields{
+constexpr std::tuple kPtpFields{
     Field{"clock_id", &PtpCommonInfo::clockId},
     Field{"grandmaster_id", &PtpCommonInfo::grandmasterId},
     Field{"locked", &PtpCommonInfo::locked},
@@ -47,17 +47,17 @@ void PtpProfile::Deserialize(Json::Value& in) {
 }
 
 void PtpBasePortInfo::Serialize(Json::Value& out) const {
-    json_fields::write(*this, kPortFields, out);
+    json_fields::write(*this, kPtpPortFields, out);
 }
 
 void PtpBasePortInfo::Deserialize(Json::Value& in) {
-    json_fields::read(*this, kPortFields, in);
+    json_fields::read(*this, kPtpPortFields, in);
 }
 
 void PtpCommonInfo::Serialize(Json::Value& out) const {
-    json_fields::write(*this, kFields, out);
+    json_fields::write(*this, kPtpFields, out);
 }
 
 void PtpCommonInfo::Deserialize(Json::Value& in) {
-    json_fields::read(*this, kFields, in);
+    json_fields::read(*this, kPtpFields, in);
 }

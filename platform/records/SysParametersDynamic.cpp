@@ -16,7 +16,7 @@ constexpr std::tuple kSfpFields{
     Field{"rx_power_dbm", &SfpInfo::rxPowerDbm},
 };
 
-constexpr std::tuple kPortFields{
+constexpr std::tuple kEthFields{
     Field{"name", &EthBasicInfo::name},
     Field{"mac", &EthBasicInfo::mac},
     Field{"state", &EthBasicInfo::state},
@@ -25,7 +25,7 @@ constexpr std::tuple kPortFields{
     Field{"sfp", &EthBasicInfo::sfp},
 };
 
-constexpr std::tuple kFields{
+constexpr std::tuple kSystemFields{
     Field{"eths", &SysParametersDynamic::eths},
     Field{"uptime_s", &SysParametersDynamic::uptimeS},
     Field{"temperature_c", &SysParametersDynamic::temperatureC},
@@ -42,17 +42,17 @@ void SfpInfo::Deserialize(Json::Value& in) {
 }
 
 void EthBasicInfo::Serialize(Json::Value& out) const {
-    json_fields::write(*this, kPortFields, out);
+    json_fields::write(*this, kEthFields, out);
 }
 
 void EthBasicInfo::Deserialize(Json::Value& in) {
-    json_fields::read(*this, kPortFields, in);
+    json_fields::read(*this, kEthFields, in);
 }
 
 void SysParametersDynamic::Serialize(Json::Value& out) const {
-    json_fields::write(*this, kFields, out);
+    json_fields::write(*this, kSystemFields, out);
 }
 
 void SysParametersDynamic::Deserialize(Json::Value& in) {
-    json_fields::read(*this, kFields, in);
+    json_fields::read(*this, kSystemFields, in);
 }

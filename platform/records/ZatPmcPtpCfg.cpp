@@ -6,14 +6,14 @@ using json_fields::Field;
 
 namespace {
 
-constexpr std::tuple kPortFields{
+constexpr std::tuple kPortConfigurationFields{
     Field{"portNumber", &ZatPmcPtpPortCfg::portNumber},
     Field{"portSetting1", &ZatPmcPtpPortCfg::portSetting1},
     Field{"portSetting2", &ZatPmcPtpPortCfg::portSetting2},
     Field{"portSetting3", &ZatPmcPtpPortCfg::portSetting3},
 };
 
-constexpr std::tuple kFields{
+constexpr std::tuple kConfigurationFields{
     Field{"cfgSetting1", &ZatPmcPtpCfg::cfgSetting1},
     Field{"cfgSetting2", &ZatPmcPtpCfg::cfgSetting2},
     Field{"cfgSetting3", &ZatPmcPtpCfg::cfgSetting3},
@@ -24,17 +24,17 @@ constexpr std::tuple kFields{
 } // namespace
 
 void ZatPmcPtpPortCfg::Serialize(Json::Value& out) const {
-    json_fields::write(*this, kPortFields, out);
+    json_fields::write(*this, kPortConfigurationFields, out);
 }
 
 void ZatPmcPtpPortCfg::Deserialize(Json::Value& in) {
-    json_fields::read(*this, kPortFields, in);
+    json_fields::read(*this, kPortConfigurationFields, in);
 }
 
 void ZatPmcPtpCfg::Serialize(Json::Value& out) const {
-    json_fields::write(*this, kFields, out);
+    json_fields::write(*this, kConfigurationFields, out);
 }
 
 void ZatPmcPtpCfg::Deserialize(Json::Value& in) {
-    json_fields::read(*this, kFields, in);
+    json_fields::read(*this, kConfigurationFields, in);
 }

@@ -224,7 +224,7 @@ std::string alarmsInWords(std::size_t number) {
     return number == 0 ? "no alarm" : counted(number, "alarm");
 }
 
-std::string summary(const WebNotifierDeviceStatus& status) {
+std::string summaryLine(const WebNotifierDeviceStatus& status) {
     std::string text = "whole status: " + counted(status.sessions.size(), "session");
     text += ", " + alarmsInWords(alarmCount(status));
     text += ", PTP " + ptpState(status.ptp);
@@ -263,7 +263,7 @@ std::string StatusHistory::take(IpcMsg& message) {
 std::string StatusHistory::takeWhole(WebNotifierDeviceStatus status) {
     const WebNotifierDeviceStatus before = std::exchange(known, std::move(status));
     if (!std::exchange(complete, true)) {
-        return summary(known);
+        return summaryLine(known);
     }
     Changes changes;
     if (before.deviceId != known.deviceId) {

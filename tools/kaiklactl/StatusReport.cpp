@@ -106,7 +106,7 @@ std::string orNone(const std::string& text) {
     return text.empty() ? "none" : text;
 }
 
-Table summary(const WebNotifierDeviceStatus& status) {
+Table summaryTable(const WebNotifierDeviceStatus& status) {
     Table table;
     const PtpCommonInfo& ptp = status.ptp;
     table.add({"Device",
@@ -182,7 +182,7 @@ Table sessions(const std::list<SessionStatusData>& sessions) {
 } // namespace
 
 std::string statusReport(const WebNotifierDeviceStatus& status, bool colour) {
-    std::string report = summary(status).text(colour);
+    std::string report = summaryTable(status).text(colour);
     if (!status.ptp.ports.empty()) {
         report += '\n' + ptpPorts(status.ptp.ports).text(colour);
     }

@@ -1,4 +1,4 @@
-"""What the measurements of the gateway and of the fleet share."""
+"""How the measurements take and show a figure."""
 
 import re
 import sys
@@ -11,7 +11,7 @@ def until(condition, what, seconds):
     while not condition():
         if time.monotonic() - begin > seconds:
             sys.exit(f"waited in vain for {what}")
-        time.sleep(0.005)
+        time.sleep(0.0002)
     return time.monotonic() - begin
 
 
