@@ -185,12 +185,12 @@ def test_the_page_says_what_it_is_connected_to(played, gateway):
 def test_the_simulated_day_can_be_watched():
     with Service(), Process("kaikla-sim", "--loop", "--speed", "0.7"), Gateway() as gateway:
         with Page(gateway) as page:
-            page.wait("#event-list", "alarm stream 22 major: no RTP packets received (3)", 40)
-            page.wait("#event-list", "cleared stream 22", 40)
-            page.wait("#ptp-words", "■ NOT LOCKED", 40)
-            page.wait("#event-list", "port eth1 down", 40)
+            page.wait("#event-list", "alarm stream 22 major: no RTP packets received (3)", 60)
+            page.wait("#event-list", "cleared stream 22", 60)
+            page.wait("#ptp-words", "■ NOT LOCKED", 60)
+            page.wait("#event-list", "port eth1 down", 60)
             page.wait("#ports", "■ DOWN")
-            page.wait("#chart-note", "s not locked (shaded)", 20)
+            page.wait("#chart-note", "s not locked (shaded)", 60)
             page.picture("day")
 
 
