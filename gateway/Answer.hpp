@@ -5,6 +5,8 @@
 #include <json/value.h>
 
 #include <charconv>
+#include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -37,17 +39,27 @@ Answer textAnswer(unsigned status, const std::string& text);
 /// An error as RFC 9457 has it. `detail` is a sentence for a person.
 Answer problem(unsigned status, const std::string& title, const std::string& detail);
 
-/// The body that `make` gives, with `tag` as its ETag; 304 without it when the client has that one.
-template <typename Make>
-Answer taggedAnswer(const Question& question, const std::string& tag, Make&& make) {
-    // Weak or not is of no interest to this comparison.
-    const std::string_view opaque = std::string_view(tag).substr(tag.find('"'));
-    const bool isKnown =
-        question.ifNoneMatch.find(opaque) != std::string_view::npos || question.ifNoneMatch == "*";
-    Answer answer = isKnown ? textAnswer(304, "") : jsonAnswer(std::forward<Make>(make)());
-    answer.fields.emplace_back("ETag", tag);
-    return answer;
-}
+/// A body that takes long to write: many who ask at once share one.
+class RecentBody {
+public:
+    /// What `make` gives or gave, unless an event came since then or it is older than 100 ms.
+    template <typename Make>
+    SharedText get(std::uint64_t lastEvent, Make&& make) {
+        constexpr std::chrono::milliseconds kShared{100};
+        const Clock::time_point now = Clock::now();
+        if (!text || seq != lastEvent || now - made > kShared) {
+            text = jsonAnswer(std::forward<Make>(make)()).body;
+            seq = lastEvent;
+            made = now;
+        }
+        return text;
+    }
+
+private:
+    SharedText text;
+    std::uint64_t seq = 0;
+    Clock::time_point made;
+};
 
 /// The value of a key of a query, empty when it is not there. Nothing that this API takes needs to
 /// be decoded.

@@ -63,9 +63,17 @@ Json::Value Api::status() const {
 }
 
 Answer Api::statusAnswer(const Question& question) const {
+    const std::uint64_t seq = parts.ring.last();
+    const std::string id = "\"" + parts.ring.id(seq) + "\"";
+    const std::string_view known = question.ifNoneMatch;
+    Answer answer =
+        known == "*" || known.find(id) != std::string_view::npos
+            ? textAnswer(304, "")
+            : Answer{
+                  200, "application/json", recentStatus.get(seq, [this] { return status(); }), {}};
     // Weak: the time and the age of the data are part of the body, and change by themselves.
-    return taggedAnswer(question, "W/\"" + parts.ring.id(parts.ring.last()) + "\"",
-                        [this] { return status(); });
+    answer.fields.emplace_back("ETag", "W/" + id);
+    return answer;
 }
 
 Answer Api::sessionAnswer(std::string_view id) const {

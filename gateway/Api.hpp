@@ -31,6 +31,7 @@ private:
     bool sessionMetrics;
     WallClock::time_point started = WallClock::now();
     Page page{{{"/", "index.html"}}};
+    mutable RecentBody recentStatus;
 };
 
 } // namespace gateway

@@ -13,7 +13,10 @@ Answer FleetApi::answer(const Question& question) const {
     constexpr std::string_view kDevices = "/api/v1/devices/";
     const std::string_view path = question.path;
     if (path == "/api/v1/devices") {
-        return jsonAnswer(devices());
+        return {200,
+                "application/json",
+                recentDevices.get(parts.ring.last(), [this] { return devices(); }),
+                {}};
     }
     if (path.starts_with(kDevices)) {
         return deviceAnswer(path.substr(kDevices.size()));

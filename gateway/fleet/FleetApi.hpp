@@ -29,6 +29,7 @@ private:
     WallClock::time_point started = WallClock::now();
     // The view of one device is the page that the device's own gateway has.
     Page page{{{"/", "fleet.html"}, {"/device", "index.html"}}};
+    mutable RecentBody recentDevices;
 };
 
 } // namespace gateway
