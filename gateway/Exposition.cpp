@@ -9,12 +9,12 @@
 namespace gateway {
 namespace {
 
-constexpr std::string_view::size_type kLongest = 128;
+constexpr std::string_view::size_type kLongestLabel = 128;
 
 /// ASCII of bounded length. What Prometheus would read is escaped, and so is what may not be UTF-8.
 std::string escaped(std::string_view text) {
     std::string result;
-    for (const char c : text.substr(0, kLongest)) {
+    for (const char c : text.substr(0, kLongestLabel)) {
         const auto byte = static_cast<unsigned char>(c);
         constexpr unsigned char kFirstPrintable = 0x20;
         constexpr unsigned char kDelete = 0x7f;
@@ -45,7 +45,7 @@ void Exposition::sample(const Labels& labels, double value) {
     for (const auto& [label, labelValue] : labels) {
         const std::string shown = escaped(labelValue);
         // One of just this length may be what a longer one is cut to.
-        isChanged = isChanged || shown != labelValue || labelValue.size() == kLongest;
+        isChanged = isChanged || shown != labelValue || labelValue.size() == kLongestLabel;
         all.append(all.empty() ? "{" : ",").append(label).append("=\"").append(shown).append("\"");
     }
     all += '}';

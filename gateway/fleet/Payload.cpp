@@ -100,12 +100,12 @@ bool isDevice(const Json::Value& json) {
     const Json::Value& source = json["source"];
     const Json::Value& monitors = json["monitors"];
     const Json::Value& alarms = json["alarms"];
-    constexpr std::array kMonitors = {"overall", "links", "synchronization"};
+    constexpr std::array kMonitorNames = {"overall", "links", "synchronization"};
     return isTime(json["time"]) && (json["id"].isNull() || json["id"].isString()) &&
            source.isObject() && source["state"].isString() &&
            isSourceWord(source["state"].asString()) && isTime(source["since"]) &&
            monitors.isObject() &&
-           std::all_of(kMonitors.begin(), kMonitors.end(),
+           std::all_of(kMonitorNames.begin(), kMonitorNames.end(),
                        [&](const char* name) { return isMonitor(monitors[name], name); }) &&
            json["sessions"].isUInt64() && json["streams"].isUInt64() && alarms.isObject() &&
            std::all_of(alarms.begin(), alarms.end(),
