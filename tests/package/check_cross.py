@@ -69,12 +69,13 @@ def test_a_day_is_played(emulated):
     assert document["ptp"]["locked"] and document["sessions"] and document["eths"]
 
 
+@pytest.mark.timeout(600)
 def test_the_gateway_passes_its_tests(emulated):
     """Numbers of 64 bits, times and events in its JSON."""
     tests = peers.ROOT / "tests/gateway/test_state.py"
     command = [sys.executable, "-m", "pytest", "-q", "-n", "0", tests]
     done = subprocess.run(command, env={**os.environ, "KAIKLA_BIN": str(emulated)},
-                          capture_output=True, text=True, timeout=170)
+                          capture_output=True, text=True, timeout=590)
     assert done.returncode == 0, done.stdout
 
 
