@@ -125,7 +125,7 @@ def test_a_watch_registers_again_after_a_restart(device):
             watch.wait_line("is registered again")
             watch.wait_line('nothing has come yet; "kaiklactl doctor tcp://localhost:7002"')
             device.node.open()
-            device.send(PTP, 1000, LOCKED)
+            service.learn_device_id("tcp://localhost:7002")
             watch.wait_output("whole status", 2)
             service.remove("tcp://localhost:7002")
             watch.wait_line("somebody else has removed")

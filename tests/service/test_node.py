@@ -74,7 +74,7 @@ def test_an_absent_node_fails_at_once_and_is_found_when_it_comes_and_comes_back(
             ]
         anonymous.node.answer("dev")
         anonymous.node.open()
-        anonymous.ask()
+        anonymous.service.learn_device_id(anonymous.consumer.address)
         assert anonymous.device_id() == "dev"
         assert anonymous.node.requests() == [REQUEST]
         anonymous.node.close()
@@ -146,7 +146,7 @@ def test_a_request_is_not_swallowed_by_a_connection_that_is_ending(anonymous, fu
         node.open()
         anonymous.forget()
         assert anonymous.device_id() in (f"round {round_}", "")
-        anonymous.ask()
+        anonymous.service.learn_device_id(anonymous.consumer.address)
         assert anonymous.device_id() == f"round {round_}"
         node.close()
         anonymous.forget()
