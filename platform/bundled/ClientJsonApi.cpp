@@ -35,9 +35,8 @@ constexpr milliseconds kDisconnectLimit{200};
 /// How often a wait looks whether the service is still there.
 constexpr milliseconds kLookForService{20};
 
-/// Whether anything accepts a connection at `endpoint`; true where that cannot be told, which is
-/// where it is not "tcp://" and a numeric address. The library does not tell: it tries again in
-/// silence. An absent service must cost no wait, or a flood of requests adds the waits up.
+/// Whether anything accepts a connection at `endpoint`, which the library does not tell; true for
+/// what is no numeric "tcp://" address. A flood of requests would add up the waits for nobody.
 bool somebodyListens(const std::string& endpoint) {
     constexpr std::string_view kTcp = "tcp://";
     const std::size_t colon = endpoint.rfind(':');
@@ -67,9 +66,19 @@ struct ClientJsonApi::Impl {
 
     const char* endpoint;
     milliseconds answerTimeout;
-    /// Kept for life, so that consumers cannot use up the socket that requests need.
+    zmq::context_t* context = nullptr;
+    /// Kept, so that consumers cannot use up the socket that requests need.
     std::optional<zmq::socket_t> socket;
     JsonDecoder decoder;
+
+    void open() {
+        socket.emplace(*context, zmq::socket_type::req);
+        // A request to an absent service fails instead of waiting in a queue.
+        socket->set(zmq::sockopt::immediate, true);
+        // A request that was not answered does not stand in the way of the next one.
+        socket->set(zmq::sockopt::req_relaxed, true);
+        socket->connect(endpoint);
+    }
 
     bool isConnected() const {
         return (whole_message::uninterrupted([this] { return socket->get(zmq::sockopt::events); }) &
@@ -112,14 +121,11 @@ struct ClientJsonApi::Impl {
     }
 
     bool connect() {
-        if (isConnected()) {
-            return true;
+        if (!isConnected() && somebodyListens(endpoint)) {
+            connectAnew();
+            (void)waitFor(ZMQ_POLLOUT, kConnectLimit);
         }
-        if (!somebodyListens(endpoint)) {
-            return false;
-        }
-        connectAnew();
-        return waitFor(ZMQ_POLLOUT, kConnectLimit);
+        return isConnected();
     }
 
     int fail(int code, const std::string& reason) const {
@@ -141,13 +147,9 @@ ClientJsonApi::ClientJsonApi(const char* endpoint, int answerTimeoutMs)
 ClientJsonApi::~ClientJsonApi() = default;
 
 int ClientJsonApi::init(zmq::context_t& context) {
+    impl->context = &context;
     try {
-        impl->socket.emplace(context, zmq::socket_type::req);
-        // A request to an absent service fails instead of waiting in a queue.
-        impl->socket->set(zmq::sockopt::immediate, true);
-        // A request that was not answered does not stand in the way of the next one.
-        impl->socket->set(zmq::sockopt::req_relaxed, true);
-        impl->socket->connect(impl->endpoint);
+        impl->open();
     } catch (const zmq::error_t& error) {
         return impl->fail(platform_protocol::kErrorSocket, error.what());
     }
@@ -155,20 +157,19 @@ int ClientJsonApi::init(zmq::context_t& context) {
 }
 
 int ClientJsonApi::request(unsigned commandId, const char* commandName, Json::Value& reply) {
-    if (!impl->socket) {
-        return impl->fail(platform_protocol::kErrorUnreachable, "not initialised");
-    }
     IpcMsg message;
     message.commandId = commandId;
     message.commandName = commandName;
     try {
+        if (!impl->socket) {
+            impl->open();
+        }
         if (!impl->connect()) {
             return impl->failToReach("not connected");
         }
         const int code = impl->exchange(message, reply);
-        if (code < 0) {
-            // The answer may still come. Over a new connection the next request cannot take it for
-            // its own.
+        if (code < 0 && impl->socket) {
+            // The answer may still come, and must not be taken for the next request's.
             impl->connectAnew();
         }
         return code;
@@ -183,6 +184,8 @@ int ClientJsonApi::Impl::exchange(const IpcMsg& message, Json::Value& reply) {
     const std::string text = toCompactJson(json);
     if (!whole_message::uninterrupted(
             [&] { return socket->send(zmq::buffer(text), zmq::send_flags::dontwait); })) {
+        // Cut behind the empty frame that the library begins with: the next one would lack that.
+        socket.reset();
         return failToReach("not connected");
     }
     if (!waitFor(ZMQ_POLLIN, answerTimeout)) {

@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -68,15 +69,10 @@ void StopDeadline::arm(int exitStatus, std::chrono::milliseconds limit) noexcept
     status = exitStatus;
     Logger::writeAtOnce();
     bringForward(limit);
-    itimerspec every{};
-    every.it_interval.tv_nsec = kTickNs;
-    every.it_value.tv_nsec = kTickNs;
+    const itimerspec every{{0, kTickNs}, {0, kTickNs}};
     (void)::timer_settime(ticker, 0, &every, nullptr);
 }
 
 void StopDeadline::bringForward(std::chrono::milliseconds limit) noexcept {
-    const std::int64_t wanted = nowNs() + std::chrono::nanoseconds(limit).count();
-    if (wanted < endNs) {
-        endNs = wanted;
-    }
+    endNs = std::min<std::int64_t>(endNs, nowNs() + std::chrono::nanoseconds(limit).count());
 }
