@@ -25,11 +25,10 @@ protected:
     ClientJsonApi(const char* endpoint, int answerTimeoutMs);
     ~ClientJsonApi();
 
-    /// Sends the command and waits for its answer, after init(). On success `reply` is the answer's
-    /// payload, {} for a null or missing one. Returns 0; -101 when the answer cannot be decoded;
-    /// -102 when the service accepts no connection within 50 ms, does not answer in time, or a stop
-    /// is requested meanwhile; the answer's own result when that is negative. A failure is logged
-    /// at level 2.
+    /// Sends the command and waits for its answer. On success `reply` is the answer's payload, {}
+    /// for a null or missing one. Returns 0; -101 when the answer cannot be decoded; -102 when the
+    /// service accepts no connection within 50 ms, does not answer in time, or a stop is requested
+    /// meanwhile; the answer's own result when that is negative. A failure is logged at level 2.
     int request(unsigned commandId, const char* commandName, Json::Value& reply);
 
 private:

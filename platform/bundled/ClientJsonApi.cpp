@@ -121,11 +121,14 @@ struct ClientJsonApi::Impl {
     }
 
     bool connect() {
-        if (!isConnected() && somebodyListens(endpoint)) {
+        if (!socket && context != nullptr) {
+            open();
+        }
+        if (socket && !isConnected() && somebodyListens(endpoint)) {
             connectAnew();
             (void)waitFor(ZMQ_POLLOUT, kConnectLimit);
         }
-        return isConnected();
+        return socket && isConnected();
     }
 
     int fail(int code, const std::string& reason) const {
@@ -161,9 +164,6 @@ int ClientJsonApi::request(unsigned commandId, const char* commandName, Json::Va
     message.commandId = commandId;
     message.commandName = commandName;
     try {
-        if (!impl->socket) {
-            impl->open();
-        }
         if (!impl->connect()) {
             return impl->failToReach("not connected");
         }
