@@ -19,7 +19,7 @@ SHELL := /bin/bash
 .DEFAULT_GOAL := build
 .PHONY: help setup setup-test setup-ci setup-package setup-bench setup-fuzz setup-fleet build demo \
         show show-fleet test sanitize valgrind torture fuzz bench bench-gateway bench-fleet format \
-        lint format-check shellcheck tidy package package-test test-on cross-test install clean
+        lint format-check shellcheck tidy analyze package package-test test-on cross-test install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' Makefile
@@ -118,11 +118,20 @@ shellcheck: setup-ci
 
 # What is shipped; tests and measurements have the compiler's warnings. The tool counts what it leaves
 # out on standard error and names each file on standard output; only findings are of interest.
+CLANG_TIDY = { run-clang-tidy -quiet -j $(JOBS) $(1) >build/tidy.log 2>&1 || \
+    { grep -vE '^(clang-tidy|[0-9]+ warnings? )' build/tidy.log; exit 1; }; }
+
 tidy: setup-ci
 	@cmake --preset lint >/dev/null
 	@cmake --build --preset lint --target gateway/Assets.cpp >/dev/null
-	@run-clang-tidy -quiet -p build/lint -j $(JOBS) '^(?!.*kaikla-devices)' >build/tidy.log 2>&1 || \
-	    { grep -vE '^(clang-tidy|[0-9]+ warnings? )' build/tidy.log; exit 1; }
+	@$(call CLANG_TIDY,-p build/lint '^(?!.*kaikla-devices)')
+
+# The analyzer looks into no included source, so that each is read alone.
+ANALYZER = -*,clang-analyzer-*,-clang-analyzer-cplusplus.NewDeleteLeaks
+SHIPPED = ^$(CURDIR)/(app|gateway|handler|model|platform|publisher|tools)/(?!kaikla-devices)
+analyze: setup-ci ## Follow the paths through every shipped source with clang's analyzer
+	@cmake --preset release >/dev/null
+	@$(call CLANG_TIDY,-p build -checks='$(ANALYZER)' '$(SHIPPED)')
 
 ifdef ARCH
 package:
