@@ -67,7 +67,9 @@ def test_the_demo_can_be_interrupted(tmp_path, moment, number, send):
 
 @pytest.mark.parametrize("taker, sentence", [
     (lambda: socket.create_server(("", 5580)), "tcp://*:5580 is taken by another program"),
-    (lambda: socket.create_server(("", 5583)), "the simulated device does not start: "),
+    (lambda: socket.create_server(("", 5583)),
+     "the simulated device does not start: kaikla-sim: cannot play the PTP management service on "
+     "tcp://127.0.0.1:5583: Address already in use"),
     (Service, "tcp://127.0.0.1:5580 is taken: another kaikla"),
 ])
 def test_the_demo_names_a_port_that_is_taken(tmp_path, taker, sentence):

@@ -102,7 +102,8 @@ def test_the_status_is_a_report_or_json(device, service):
 def test_silence_and_nonsense_from_the_service():
     nobody = f"tcp://127.0.0.1:{free_port()}"
     assert "within 0.1 s: kaikla does not run" in ctl(f"status --timeout 0.1 --server {nobody}")[2]
-    for line, advice in [("list", "drain ADDRESS"), ("doctor", "drain ADDRESS"),
+    for line, advice in [("list", "it waits, most likely for a consumer"),
+                         ("doctor", "drain ADDRESS"),
                          ("watch", "drain ADDRESS"), (f"drain {nobody}", "nothing came to"),
                          (f"add {nobody}", "It may still register the consumer")]:
         status, output, error = played_ctl(None, f"{line} --timeout 0.3")
