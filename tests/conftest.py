@@ -43,8 +43,8 @@ def pytest_cmdline_main(config):
 def pytest_xdist_setupnodes(specs):
     # The ports are fixed, but a network namespace has its own: one for each worker.
     python = shlex.join([*namespace(), sys.executable])
-    for spec in specs:
-        spec.python = python
+    for worker in specs:
+        worker.python = python
 
 
 def pytest_collection_modifyitems(config, items):
