@@ -53,10 +53,11 @@ CONTEXT.linger = 0
 
 def wait_until(condition, what, seconds=None):
     """Returns the first true outcome of `condition`."""
-    end = time.monotonic() + (seconds or TIMEOUT)
+    end, pause = time.monotonic() + (seconds or TIMEOUT), 0.002
     while not (outcome := condition()):
         assert time.monotonic() < end, f"waited in vain for {what}"
-        time.sleep(0.002)
+        time.sleep(pause)
+        pause = min(1.2 * pause, 0.05)
     return outcome
 
 

@@ -136,8 +136,8 @@ def test_a_thousand_devices_in_a_browser(broker, record_property):
     """The broker has its usual bounds: it drops what is beyond a thousand queued messages."""
     with Process("kaikla-devices", "--mqtt", broker.address, "--devices", "1000"), \
             Fleet(broker.address) as fleet, Page(fleet) as page:
-        wait_until(lambda: len(fleet.rows()) == 1000 and all(
-            row["ptp"] for row in fleet.rows().values()), "all devices", 60 * SLOW)
+        wait_until(lambda: sum(bool(row["ptp"]) for row in fleet.rows().values()) == 1000,
+                   "all devices", 60 * SLOW)
         publish(broker, "studio-4", state="offline")
         publish(broker, "studio-7", device=device(9))
         first = lambda: page.text("#devices tbody tr")
@@ -163,7 +163,7 @@ def test_a_thousand_devices_in_a_browser(broker, record_property):
                 document.body.offsetHeight;
                 times.push(performance.now() - start);
             });""")
-        times = wait_until(lambda: [*page.run("return times")][:20][19:] and page.run("return times"),
+        times = wait_until(lambda: [*page.run("return times")][:10][9:] and page.run("return times"),
                            "updates", 60 * SLOW)
         record_property("an update of the page, ms", f"{min(times):.1f}, median {sorted(times)[len(times) // 2]:.1f}")
         assert min(times) < 100 * SLOW
