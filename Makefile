@@ -44,7 +44,9 @@ setup-fleet:
 	@packaging/install-dependencies fleet
 
 # The tests in Python mostly wait, so that there are more of them at a time than processors.
-PYTEST = KAIKLA_BIN=$(BUILD)/bin PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m pytest
+# Their compiled modules stay out of the sources.
+PYTEST = KAIKLA_BIN=$(BUILD)/bin PYTHONDONTWRITEBYTECODE= PYTHONPYCACHEPREFIX=$(CURDIR)/$(BUILD)/python \
+    /usr/bin/python3 -m pytest
 PYTEST_WORKERS ?= 8
 # They are built from sources of their own: instrumenting them would find nothing new.
 EXAMPLES = $(if $(filter sanitize,$(PRESET)),,kaikla_examples)

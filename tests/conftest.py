@@ -47,10 +47,24 @@ def pytest_xdist_setupnodes(specs):
         worker.python = python
 
 
+@pytest.hookimpl(optionalhook=True)
+def pytest_xdist_make_scheduler(config, log):
+    from xdist.scheduler import LoadScopeScheduling
+
+    class OneAtATime(LoadScopeScheduling):
+        """By default a worker takes many tests, among them several long ones."""
+
+        def _split_scope(self, nodeid):
+            return nodeid
+
+    return OneAtATime(config, log)
+
+
 def pytest_collection_modifyitems(config, items):
-    # A worker takes neighbours at a time: the long tests of one file would wait for each other.
+    # The longest tests come first, so that the others fill up the end.
     if getattr(config, "workerinput", {}).get("workercount", 1) > 1:
-        items.sort(key=lambda item: zlib.crc32(item.nodeid.encode()))
+        items.sort(key=lambda item: (item.path.parent.name not in ("demo", "gateway"),
+                                     zlib.crc32(item.nodeid.encode())))
 
 
 def pytest_terminal_summary(terminalreporter):
