@@ -145,11 +145,7 @@ int main(int argc, char** argv) {
                      "when a consumer did not get every message, in order and byte for byte.");
         Options options;
         declare(app, options);
-        try {
-            app.parse(argc, argv);
-        } catch (const CLI::ParseError& error) {
-            return app.exit(error) == 0 ? EXIT_SUCCESS : 2;
-        }
+        CLI11_PARSE(app, argc, argv);
         run(options);
     } catch (const std::exception& error) {
         std::cerr << "kaikla-load: void: " << error.what() << "\n";

@@ -127,7 +127,9 @@ def test_a_device_is_never_renamed(device, tmp_path):
 
 
 def test_standard_error_may_be_closed_or_its_reader_gone(device, tmp_path):
-    for command in ('exec "$0" "$@" 2> >(true)', 'exec "$0" "$@" 2>&-'):
+    commands = ['exec "$0" "$@" 2> >(true)', 'exec "$0" "$@" 2>&-']
+    # valgrind does not start without standard error.
+    for command in commands[: 1 if os.environ.get("KAIKLA_LAUNCHER") else 2]:
         file = tmp_path / command[-3:]
         with Service("-L", file, launcher=["bash", "-c", command]) as service:
             Chatter(device, service).log_at_least(128 * KIB)
