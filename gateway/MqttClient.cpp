@@ -310,13 +310,14 @@ std::string MqttClient::Connection::reason(int result) const {
     if (!refusal.empty()) {
         return refusal;
     }
+    // What TLS finds wrong is told as one or the other, by the library's version.
+    if ((result == MOSQ_ERR_TLS || result == MOSQ_ERR_ERRNO) && !lastError.empty()) {
+        return lastError;
+    }
     if (result == MOSQ_ERR_ERRNO) {
         return std::system_category().message(errno);
     }
-    if (result == MOSQ_ERR_KEEPALIVE) {
-        return kNoAnswer;
-    }
-    return result == MOSQ_ERR_TLS && !lastError.empty() ? lastError : mosquitto_strerror(result);
+    return result == MOSQ_ERR_KEEPALIVE ? kNoAnswer : mosquitto_strerror(result);
 }
 
 MqttClient::MqttClient(boost::asio::io_context& ioContext, Broker itsBroker, std::string itsId,
