@@ -23,8 +23,8 @@ class EventStream {
 public:
     static constexpr std::chrono::seconds kStallLimit{10};
     static constexpr std::size_t kResyncsInMinute = 3;
-    /// Events in one write.
-    static constexpr std::size_t kMaxWritten = 16;
+    /// Events in one write: as many buffers as the library hands to the kernel at once.
+    static constexpr std::size_t kMaxWritten = 64;
 
     /// What every stream of the gateway uses.
     struct Shared {
