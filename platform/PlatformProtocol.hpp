@@ -3,8 +3,8 @@
 #include <cstddef>
 
 /// Where the services around this one are found and what their numbers mean. Nothing else in the
-/// tree repeats an endpoint, a notification kind or a platform code; whoever ports the service to
-/// another platform with the same messages changes them here.
+/// tree repeats an endpoint, a notification kind or a platform code: on another platform
+/// with the same messages they are changed here.
 namespace platform_protocol {
 
 /// Command interface: this service binds a REP socket here; REQ and DEALER sockets connect.

@@ -5,7 +5,7 @@
 //
 // ADDRESS is where the service reaches this consumer, such as tcp://192.0.2.10:7000, an address of
 // this machine; by default a free port of the loopback interface. SERVICE is the service's command
-// interface, tcp://127.0.0.1:5580 by default. `npm ci` fetches the ZeroMQ binding.
+// interface, tcp://127.0.0.1:5580 by default. `npm install` fetches the ZeroMQ binding.
 
 import process from "node:process";
 import { Pull, Request } from "zeromq";

@@ -1,5 +1,7 @@
 #include "NetworkPorts.hpp"
 
+#include <net/if_arp.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -31,7 +33,10 @@ std::list<EthBasicInfo> readNetworkPorts() {
     std::list<EthBasicInfo> ports;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator("/sys/class/net", error)) {
-        ports.push_back(readPort(entry.path()));
+        // The loopback is no port.
+        if (readAttribute<int>(entry.path() / "type") == ARPHRD_ETHER) {
+            ports.push_back(readPort(entry.path()));
+        }
     }
     ports.sort([](const EthBasicInfo& a, const EthBasicInfo& b) { return a.name < b.name; });
     return ports;

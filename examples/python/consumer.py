@@ -9,6 +9,7 @@ interface, tcp://127.0.0.1:5580 by default. Needs pyzmq (Debian's python3-zmq).
 """
 
 import json
+import signal
 import sys
 
 import zmq
@@ -68,6 +69,8 @@ def main(address="tcp://127.0.0.1:*", service="tcp://127.0.0.1:5580"):
         while True:
             show(messages.recv_json())
     except KeyboardInterrupt:
+        # A second one would leave the consumer registered.
+        signal.signal(signal.SIGINT, signal.SIG_IGN)
         command(context, service, REMOVE_CONSUMER, address)
         # What is left on its way would stay with the service for the next one at this address.
         while messages.poll(QUIET_MS):

@@ -13,8 +13,11 @@ _kaikla_gateway() {
         ;;
     --service | --consumer | --listen | --host | --mqtt | --instance) return ;;
     esac
-    mapfile -t COMPREPLY < <(compgen -W 'fleet --service --consumer --listen --host --tls-cert --tls-key
-        --users --insecure --session-metrics --mqtt --instance --mqtt-password-file --mqtt-ca
-        --mqtt-cert --mqtt-key --log --log-level --help --version' -- "$current")
+    local words='--listen --host --tls-cert --tls-key --users --insecure --mqtt --mqtt-password-file --mqtt-ca
+        --mqtt-cert --mqtt-key --log --log-level --help --version'
+    if [[ " ${COMP_WORDS[*]} " != *" fleet "* ]]; then
+        words+=' fleet --service --consumer --instance --session-metrics'
+    fi
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
 }
 complete -F _kaikla_gateway kaikla-gateway

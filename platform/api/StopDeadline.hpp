@@ -4,7 +4,7 @@
 
 /// Bounds the time that a stop may take.
 ///
-/// The command socket stays open for good, and sockets of consumers that stopped reading keep what
+/// The command socket stays open to the end, and sockets of consumers that stopped reading keep what
 /// is queued for them. The context's termination waits for both, so it never returns by itself.
 /// Once armed, the deadline interrupts blocked calls every millisecond and, when it is reached,
 /// ends the process with the status that was decided. Messages queued for a consumer that reads

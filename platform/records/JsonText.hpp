@@ -12,7 +12,7 @@
 /// ascending order of their names. Throws std::bad_alloc when there is no memory for all of it.
 std::string toCompactJson(const Json::Value& value);
 
-/// What toCompactJson writes with, for whoever writes many texts. It serves one text at a time.
+/// What toCompactJson writes with, for one who writes many texts. It serves one text at a time.
 std::unique_ptr<Json::StreamWriter> makeCompactWriter();
 
 /// Reads JSON texts that come from outside the process.

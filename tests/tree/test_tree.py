@@ -37,9 +37,8 @@ INCLUDES = {
 }
 FOLDERS = {folder.split("/")[0] for folder in INCLUDES}
 MEASURED = ["app", "handler", "publisher", "model", "platform", "tools", "gateway", "examples"]
-MOST_TESTS = 0.34
-# In pieces, so that this file holds none of them.
-WORDS = r"\bthe spe[c]\b|specificatio[n]|\bPart [0-9]|\bissue #?[0-9]|/wor[k]/|TOD[O]|FIXM[E]"
+MOST_TESTS = 1 / 3
+WORDS = r"TOD[O]|FIXM[E]"  # in pieces, so that this file holds none of them
 NO_SOURCE = re.compile(r"\.(?!ci$)|build|dist$|node_modules$|__pycache__$")
 
 
@@ -132,7 +131,7 @@ def test_tests_are_a_third_of_the_code(record_property):
     (links, "docs/a.md", "[a](gone.md) [b](a.md) [c](../app/A.cpp)"),
     (links, "docs/a.md", "# The place\n[a](#the-place) [b](#another-place)"),
     (links, "docs/a.md", "`app/A` and `app/gone/`"),
-    (words, "docs/a.md", "as Part " + "2 says"),
+    (words, "docs/a.md", "TO" + "DO: say it"),
 ])
 def test_a_fault_is_found(rule, name, text, tmp_path):
     for file, content in [(PROTOCOL, '"tcp://*:5580"\n'), ("app/A.cpp", ""), (name, text + "\n")]:

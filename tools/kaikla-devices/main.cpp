@@ -27,19 +27,20 @@ struct Options {
 };
 
 void readCommandLine(CLI::App& app, Options& options, int argc, char** argv) {
+    const CLI::Range some(1, 100'000);
     app.add_option("--mqtt", options.address, "The broker: mqtt[s]://[USER@]HOST[:PORT]")
         ->capture_default_str();
     app.add_option("--mqtt-password-file", options.broker.passwordFile, "The user's password");
     app.add_option("--mqtt-ca", options.broker.ca, "Who signs the broker's certificate, PEM");
     app.add_option("--devices", options.devices, "How many: played-1, played-2, ...")
-        ->check(CLI::PositiveNumber)
+        ->check(some)
         ->capture_default_str();
     app.add_option("--sessions", options.sessions, "Sessions of each")->capture_default_str();
     app.add_option("--connections", options.connections, "Connections that they share")
-        ->check(CLI::PositiveNumber)
+        ->check(some)
         ->capture_default_str();
     app.add_option("--rate", options.rate, "Changes a second of each")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0, 1000))
         ->capture_default_str();
     app.add_option("--seed", options.seed, "Equal seeds play equally")->capture_default_str();
     app.parse(argc, argv);

@@ -9,7 +9,7 @@ namespace sim {
 namespace {
 
 constexpr const char* kFooter = R"(
-A scenario is a file of JSON lines; docs/scenarios.md describes it.
+A scenario is a file of JSON lines; kaikla-sim(1) tells where it is described.
 
 Exit status: 0 after a signal or --exit-at-end, 1 when the scenario is refused, a port is taken or a
 file cannot be read or written, 2 for usage.)";

@@ -79,15 +79,18 @@ std::variant<Options, ExitStatus> readCommandLine(int argc, const char* const* a
     };
 
     CLI::App* status = command("status", "Print what the device is doing", Action::status);
-    status->add_flag("--json", options.json, "Print the status document as it came");
-    status->add_flag("--pretty", options.pretty, "Print the status document as indented JSON");
+    CLI::Option* json =
+        status->add_flag("--json", options.json, "Print the status document as it came");
+    status->add_flag("--pretty", options.pretty, "Print the status document as indented JSON")
+        ->excludes(json);
 
     addAddress(command("add", "Register a consumer; it gets the whole status at once", Action::add))
         ->required();
     addAddress(command("remove", "Take a consumer out", Action::remove))->required();
     CLI::App* list = command("list", "Print the registered consumers, one a line", Action::list);
-    list->add_flag("!--no-check", options.check,
-                   "Print the addresses alone, without trying to reach them");
+    list->add_flag_callback(
+        "--no-check", [&options] { options.check = false; },
+        "Print the addresses alone, without trying to reach them");
 
     CLI::App* watch =
         command("watch", "Be a consumer: print each message as one line", Action::watch);
