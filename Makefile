@@ -47,7 +47,7 @@ setup-fleet:
 # Their compiled modules stay out of the sources.
 PYTEST = KAIKLA_BIN=$(BUILD)/bin PYTHONDONTWRITEBYTECODE= PYTHONPYCACHEPREFIX=$(CURDIR)/$(BUILD)/python \
     /usr/bin/python3 -m pytest
-PYTEST_WORKERS ?= 8
+PYTEST_WORKERS ?= 10
 # They are built from sources of their own: instrumenting them would find nothing new.
 EXAMPLES = $(if $(filter sanitize,$(PRESET)),,kaikla_examples)
 
