@@ -243,7 +243,8 @@ std::optional<std::string> MqttClient::Connection::run() {
             (void)mosquitto_disconnect(handle.get());
         }
     }
-    return result == MOSQ_ERR_SUCCESS ? std::nullopt : std::optional(reason(result));
+    // It may fail right when it is to end.
+    return result == MOSQ_ERR_SUCCESS || endsAt ? std::nullopt : std::optional(reason(result));
 }
 
 /// Waits for something to do, reads and writes. Returns the library's code.
