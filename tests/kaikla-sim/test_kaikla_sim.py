@@ -158,8 +158,9 @@ def test_a_service_that_comes_late_or_back_has_the_whole_device(tmp_path):
     def evening():
         with peers.Service() as service:
             return wait_until(lambda: (now := service.document())
-                              and len(now.get("sessions", [])) == 1 and len(now["eths"]) == 2
-                              and now["ptp"]["ports"][1]["portSetting1"] == 2 and now, "the device")
+                              and len(now.get("sessions", [])) == 1 and len(now.get("eths", [])) == 2
+                              and now["ptp"].get("ports", [{}, {}])[1].get("portSetting1") == 2
+                              and now, "the device")
 
     recording = tmp_path / "recording"
     with peers.Process("kaikla-sim", "record", recording) as recorder:
