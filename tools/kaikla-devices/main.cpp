@@ -40,7 +40,7 @@ void readCommandLine(CLI::App& app, Options& options, int argc, char** argv) {
         ->check(some)
         ->capture_default_str();
     app.add_option("--rate", options.rate, "Changes a second of each")
-        ->check(CLI::Range(0, 1000))
+        ->check(CLI::Range(0.0, 1000.0))
         ->capture_default_str();
     app.add_option("--seed", options.seed, "Equal seeds play equally")->capture_default_str();
     app.parse(argc, argv);
