@@ -4,11 +4,11 @@
 
 /// Bounds the time that a stop may take.
 ///
-/// The command socket stays open to the end, and sockets of consumers that stopped reading keep what
-/// is queued for them. The context's termination waits for both, so it never returns by itself.
-/// Once armed, the deadline interrupts blocked calls every millisecond and, when it is reached,
-/// ends the process with the status that was decided. Messages queued for a consumer that reads
-/// have that long to leave. The log writes every line at once meanwhile.
+/// The command socket stays open to the end, and sockets of consumers that stopped reading keep
+/// what is queued for them. The context's termination waits for both, so it never returns by
+/// itself. Once armed, the deadline interrupts blocked calls every millisecond and, when it is
+/// reached, ends the process with the status that was decided. Messages queued for a consumer that
+/// reads have that long to leave. The log writes every line at once meanwhile.
 class StopDeadline {
 public:
     /// From the termination signal to the end; leaves a margin below one second.
