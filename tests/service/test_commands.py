@@ -129,16 +129,28 @@ def test_a_lack_of_memory_costs_a_command_and_never_cuts_a_text(device, service)
         assert service.request(3)["result"] == 0
     assert service.lines_with("ERR command interface: std::bad_alloc")
     limit(None)
-    for session in range(12):
-        device.send(SESSION, 1003, {"id": session, "device_id": "dev", "nmos_id": "n" * 1_000_000})
-    service.wait_line("session 11 - NMOS")
-    replies = []
-    for room in range(12):
-        limit(room * 4 * MIB)
-        replies.append(service.exchange(b'{"command_id":0}'))
-    limit(None)
-    whole = service.exchange(b'{"command_id":0}')
+    consumer = service.consumer()
+
+    # Each time the document has grown, so that there is not enough from the time before.
+    def under_limits(first, ask):
+        for session in range(first, first + 12):
+            device.send(SESSION, 1003, {"id": session, "device_id": "", "nmos_id": "n" * 1_000_000})
+        service.wait_line(f"session {first + 11} - NMOS")
+        results = []
+        for room in range(12):
+            limit(room * 4 * MIB)
+            results.append(ask())
+        limit(None)
+        return results, ask()
+
+    replies, whole = under_limits(0, lambda: service.exchange(b'{"command_id":0}'))
     assert len(whole) > 12_000_000 and replies[0] == short and set(replies) <= {short, whole}
+    results, last = under_limits(12, lambda: service.add(consumer.address))
+    assert (results[0], last) == (-103, 0) and set(results) == {-103, 0}
+    whole = service.document()
+    for _ in service.lines_with("Publishing message to socket")[1:]:
+        message = json.loads(consumer.receive_text())
+        assert message["command_id"] == 1 or message["payload"] == whole
     assert json.loads(service.exchange(huge))["result"] == 0
 
 

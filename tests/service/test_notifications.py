@@ -12,7 +12,7 @@ STATUS = (SESSION, 1003)
 def test_ports_of_one_name_and_ports_of_a_negative_number_in_a_configuration(device, service):
     twin = oracle.Twin(device, service)
     # Each is compared with the first of its name: the second list is the same, the fourth too.
-    for states in ((1, 1), (1, 0), (0, 1), (0, 1)):
+    for states in ((1, 1), (1, 0), (0, 1), (0, 1), (0, 0), (0,)):
         eths = [{"name": "P", "state": state, "ip": str(states)} for state in states]
         twin.send(SYSTEM, 1001, {"eths": eths})
     twin.send(PTP, 1000, {"ports": [{"portNumber": number} for number in (2, 200, 65480, 2)]})
