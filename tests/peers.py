@@ -208,9 +208,10 @@ class Client:
 class Service(Process):
     """kaikla, ready to answer; `options` replaces `-l 6`, `wait=False` returns at once."""
 
-    def __init__(self, *options, wait=True, launcher=()):
+    def __init__(self, *options, wait=True, launcher=(), **more):
         default = shlex.split(os.environ.get("KAIKLA_LAUNCHER", ""))
-        super().__init__("kaikla", *(options or ("-l", "6")), launcher=(*launcher, *default))
+        launcher = (*launcher, *default)
+        super().__init__("kaikla", *(options or ("-l", "6")), launcher=launcher, **more)
         self.client = Client()
         self.exchange, self.request = self.client.exchange, self.client.request
         self._seen = self._markers = 0

@@ -47,8 +47,8 @@ def test_a_consumer_prints_a_line_a_message_and_removes_itself(device, service, 
 
 def test_the_service_on_another_platform_tells_name_and_ports_of_the_host(monkeypatch):
     monkeypatch.setattr(peers, "BIN", BUILT / "platform/bin")
-    ports = [path.parent.name for path in pathlib.Path("/sys/class/net").glob("*/type")
-             if path.read_text(encoding="ascii") == "1\n"]
+    ports = [(path.parent.name, (path.parent / "operstate").read_text() == "up\n")
+             for path in pathlib.Path("/sys/class/net").glob("*/type") if path.read_text() == "1\n"]
     if not ports:
         pytest.skip("this machine has no Ethernet port")
     with Service("-l", "5") as service:
@@ -58,4 +58,4 @@ def test_the_service_on_another_platform_tells_name_and_ports_of_the_host(monkey
         while "eths" not in status:
             status = json.loads(consumer.receive_text())["payload"]
     assert status["device_id"] == socket.gethostname()
-    assert [port["name"] for port in status["eths"]] == sorted(ports)
+    assert [(port["name"], port["state"]) for port in status["eths"]] == sorted(ports)

@@ -134,6 +134,8 @@ def test_the_device_has_one_id(tmp_path, lines, options, device, names):
         with connect(zmq.REQ, NODE_ENDPOINT) as requester:
             requester.send(b'{"command_id":0}')
             assert requester.recv_json()["payload"]["device"]["id"] == device
+            requester.send(b'{"command_id":1}')
+            assert requester.recv_json()["result"] < 0
 
 
 def test_plays_in_time_and_ends_on_a_signal_whatever_it_does(tmp_path):
@@ -197,3 +199,5 @@ def test_records_what_each_service_says_and_nothing_else(tmp_path, device, monke
     lines = [json.loads(each) for each in recording.read_text().splitlines()[1:]]
     assert [(each["service"], each["payload"]) for each in lines] == [
         (service, odd) for service in ("session", "ptp", "system")]
+    # Milliseconds; hardly ever three whole seconds.
+    assert any(each["at_ms"] % 1000 for each in lines)

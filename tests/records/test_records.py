@@ -118,8 +118,8 @@ CASES = [
      {**PTP, "cfgSetting1": 1, "cfgSetting2": 255, "cfgSetting3": 255, "cfgFlag": True, "offset_ns": -(2**63),
       "profile": {**PROFILE, "domain": 44, "announce_interval": -1, "sync_interval": -128, "delay_req_interval": 127},
       "ports": [{**PTP_PORT, "portNumber": 1, "portSetting2": 3}]}),
-    ("dynamic-information", [{"uptime_s": 18446744073709549568.0, "eths": [{"state": 257, "speed_mbps": 2**32 + 100}]}],
-     {"uptime_s": 18446744073709549568, "temperature_c": 0.0, "eths": [{**PORT, "state": 1, "speed_mbps": 100}]}),
+    ("dynamic-information", [{"uptime_s": 18446744073709549568.0, "eths": [{"state": 257, "speed_mbps": 2**33 - 100}]}],
+     {"uptime_s": 18446744073709549568, "temperature_c": 0.0, "eths": [{**PORT, "state": 1, "speed_mbps": 2**32 - 100}]}),
     ("session-status", [{"id": 7.9, "nmos_id": 5, "device_id": True, "alarms": "text", "stream": 12}],
      {"id": 7, "nmos_id": "5", "device_id": "true"}),
     # A record that is full takes what a fresh one would.

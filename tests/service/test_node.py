@@ -135,6 +135,14 @@ def test_nonsense_is_refused_an_answer_without_an_id_taken_and_the_next_one_aske
 
 def test_a_request_is_not_swallowed_by_a_connection_that_is_ending(anonymous, full):
     node = anonymous.node
+    node.open()
+    # What the node answers ends the connection each time, and what waits asks anew at once.
+    count = 30
+    node.script([(b"null", 0.3), (b"null", 0)])
+    for _ in range(count):
+        anonymous.device.send(PTP, 1000, {})
+    node.wait_requests(count)
+    node.close()
     for round_ in range(60 if full else 12):
         # The node goes while it is asked, or right before, and another one takes its place.
         node.open()
