@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -29,8 +30,8 @@ namespace {
 /// Longer than a service of the same device takes to accept a connection.
 constexpr milliseconds kConnectLimit{50};
 
-/// Longer than the library takes to end a connection.
-constexpr milliseconds kDisconnectLimit{200};
+/// Longer than the library takes to give back what a closed socket had.
+constexpr milliseconds kCloseLimit{200};
 
 /// How often a wait looks whether the service is still there.
 constexpr milliseconds kLookForService{20};
@@ -71,17 +72,34 @@ struct ClientJsonApi::Impl {
     std::optional<zmq::socket_t> socket;
     JsonDecoder decoder;
 
+    /// Begins to connect, with a new socket: one that connects again may hand a request to the
+    /// connection that is ending, or take the answer to an earlier one.
     void open() {
-        socket.emplace(*context, zmq::socket_type::req);
+        socket.reset();
+        const auto end = Clock::now() + kCloseLimit;
+        while (!socket) {
+            try {
+                socket.emplace(*context, zmq::socket_type::req);
+            } catch (const zmq::error_t& error) {
+                // Consumers have all the others, and the library closes in the background.
+                if (error.num() != EMFILE || Clock::now() > end) {
+                    throw;
+                }
+                (void)zmq_poll(nullptr, 0, 1);
+            }
+        }
         // A request to an absent service fails instead of waiting in a queue.
         socket->set(zmq::sockopt::immediate, true);
-        // A request that was not answered does not stand in the way of the next one.
+        // Otherwise the socket does not tell, while an answer is awaited, whether it is connected.
         socket->set(zmq::sockopt::req_relaxed, true);
+        // What was not taken is not wanted any more.
+        socket->set(zmq::sockopt::linger, 0);
         socket->connect(endpoint);
     }
 
-    bool isConnected() const {
-        return (whole_message::uninterrupted([this] { return socket->get(zmq::sockopt::events); }) &
+    bool isConnected() {
+        return socket.has_value() &&
+               (whole_message::uninterrupted([this] { return socket->get(zmq::sockopt::events); }) &
                 ZMQ_POLLOUT) != 0;
     }
 
@@ -104,31 +122,13 @@ struct ClientJsonApi::Impl {
         return false;
     }
 
-    /// Ends the connection and makes a new one. The library ends it in the background, and a
-    /// request handed to it meanwhile would be lost.
-    void connectAnew() {
-        try {
-            socket->disconnect(endpoint);
-        } catch (const zmq::error_t&) {
-            // The library has given it up by itself.
-        }
-        constexpr long kLookAgainMs = 1;
-        const auto end = Clock::now() + kDisconnectLimit;
-        while (isConnected() && Clock::now() < end) {
-            (void)zmq_poll(nullptr, 0, kLookAgainMs);
-        }
-        socket->connect(endpoint);
-    }
-
     bool connect() {
-        if (!socket && context != nullptr) {
+        if (context != nullptr && !isConnected() && somebodyListens(endpoint)) {
+            // The library waits between its attempts.
             open();
-        }
-        if (socket && !isConnected() && somebodyListens(endpoint)) {
-            connectAnew();
             (void)waitFor(ZMQ_POLLOUT, kConnectLimit);
         }
-        return socket && isConnected();
+        return isConnected();
     }
 
     int fail(int code, const std::string& reason) const {
@@ -168,12 +168,12 @@ int ClientJsonApi::request(unsigned commandId, const char* commandName, Json::Va
             return impl->failToReach("not connected");
         }
         const int code = impl->exchange(message, reply);
-        if (code < 0 && impl->socket) {
-            // The answer may still come, and must not be taken for the next request's.
-            impl->connectAnew();
+        if (code < 0) {
+            impl->open();
         }
         return code;
     } catch (const zmq::error_t& error) {
+        impl->socket.reset();
         return impl->failToReach(error.what());
     }
 }
@@ -184,8 +184,6 @@ int ClientJsonApi::Impl::exchange(const IpcMsg& message, Json::Value& reply) {
     const std::string text = toCompactJson(json);
     if (!whole_message::uninterrupted(
             [&] { return socket->send(zmq::buffer(text), zmq::send_flags::dontwait); })) {
-        // Cut behind the empty frame that the library begins with: the next one would lack that.
-        socket.reset();
         return failToReach("not connected");
     }
     if (!waitFor(ZMQ_POLLIN, answerTimeout)) {
