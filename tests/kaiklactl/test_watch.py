@@ -19,6 +19,7 @@ WHOLE = {
     "ptp": {"locked": True, "offset_ns": 12, "ports": [{"portNumber": 1, "state": "SLAVE"}]},
     "sessions": [{"id": 7, "device_id": "dev"}],
 }
+MANY = 40_000
 MALFORMED = "this message cannot be read: "
 
 
@@ -60,6 +61,10 @@ STORY = [
     (session(7, nmos_id="\x1b[2J\nX\x9b31m\u202e\0é\ttail"),
      r"session 7 NMOS id \x1b[2J\nX\u009b31m\u202e\x00é\ttail"),
     (("sessions", []), "session 8 removed; session 7 removed"),
+    # Comparing each with each would take a minute.
+    (("sessions", [session(number) for number in range(MANY)]),
+     "; ".join(f"session {number} new (0 streams)" for number in range(MANY))),
+    *[(("device_id", "dev"), "nothing new")] * 3,
 ]
 
 

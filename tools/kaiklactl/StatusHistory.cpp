@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <list>
+#include <map>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -34,28 +36,32 @@ auto identity(const StreamAlarmData& alarm) {
     return std::tie(alarm.severity, alarm.description, alarm.type);
 }
 
+/// The first record of each identity. Comparing two long lists must not take time by the product of
+/// their lengths.
 template <typename Record>
-const Record* find(const std::list<Record>& records, const Record& wanted) {
-    const auto found =
-        std::find_if(records.begin(), records.end(), [&wanted](const Record& record) {
-            return identity(record) == identity(wanted);
-        });
-    return found == records.end() ? nullptr : &*found;
+auto indexed(const std::list<Record>& records) {
+    std::map<std::decay_t<decltype(identity(records.front()))>, const Record*> index;
+    for (const Record& record : records) {
+        index.emplace(identity(record), &record);
+    }
+    return index;
 }
 
 /// Calls `came(record)`, `stayed(before, after)` and `went(record)` for the elements of two lists.
 template <typename Record, typename Came, typename Stayed, typename Went>
 void compare(const std::list<Record>& before, const std::list<Record>& after, const Came& came,
              const Stayed& stayed, const Went& went) {
+    const auto known = indexed(before);
     for (const Record& record : after) {
-        if (const Record* known = find(before, record); known == nullptr) {
+        if (const auto found = known.find(identity(record)); found == known.end()) {
             came(record);
         } else {
-            stayed(*known, record);
+            stayed(*found->second, record);
         }
     }
+    const auto present = indexed(after);
     for (const Record& record : before) {
-        if (find(after, record) == nullptr) {
+        if (!present.contains(identity(record))) {
             went(record);
         }
     }

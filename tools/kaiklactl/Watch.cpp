@@ -30,11 +30,10 @@ constexpr milliseconds kDrainLimit{300};
 /// later; the watch does not wait for that.
 constexpr milliseconds kRemovalLimit{500};
 
-/// Messages taken in one turn of the loop: a flood must not keep a signal waiting.
-constexpr int kMessagesATurn = 256;
+/// How long one turn of the loop takes messages: a flood must not keep a signal waiting.
+constexpr milliseconds kTurnLimit{50};
 
 std::string timeOfDay(std::chrono::system_clock::time_point time) {
-    using std::chrono::milliseconds;
     const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
     const auto sinceEpoch = std::chrono::duration_cast<milliseconds>(time.time_since_epoch());
     const long long fraction = sinceEpoch.count() % std::milli::den;
@@ -138,7 +137,8 @@ void Watch::noteLeftOut() {
 }
 
 bool Watch::takeMessages() {
-    for (int turn = 0; turn < kMessagesATurn; ++turn) {
+    const auto end = client::Clock::now() + kTurnLimit;
+    do {
         const std::optional<std::string> frame = consumer.receive();
         if (!frame) {
             return false;
@@ -154,7 +154,7 @@ bool Watch::takeMessages() {
         if (!hasEnough()) {
             printMessage(*frame);
         }
-    }
+    } while (client::Clock::now() < end);
     return true;
 }
 
@@ -168,7 +168,8 @@ void Watch::throwAway() {
 }
 
 void Watch::takeAllMessages() {
-    while (takeMessages()) {
+    // A second signal ends the watch at once.
+    while (takeMessages() && !stop.arrived()) {
     }
 }
 
