@@ -11,6 +11,7 @@ BAD_ADDRESSES = {
     "%s has no port from 1 to 65535": "tcp://h:72536 tcp://h:0 tcp://h:7x",
     "%s stands for every address of a host": "tcp://*:7000 tcp://0.0.0.0:7000",
     "%s names no path": "ipc://",
+    "%s must name its path from the root": "ipc://consumer ipc://*",
     "/etc/passwd is there and is no socket": "ipc:///etc/passwd",
 }
 MISTAKES = [

@@ -161,14 +161,18 @@ def test_a_busy_service_is_not_waited_for_at_the_end(device, service):
     wait_until(lambda: service.consumers() == [], "the removal")
 
 
-def test_only_a_socket_is_replaced_by_a_watch(service, tmp_path):
-    plain = tmp_path / "plain"
+def test_only_a_socket_is_replaced_by_a_watch(service, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    plain = tmp_path / "@plain"
     plain.touch()
-    assert "is there and is no socket" in ctl(f"watch --bind ipc://{plain}")[2]
+    for path in plain, plain.name:
+        assert "is there and is no socket" in ctl(f"watch --bind ipc://{path}")[2]
     with Watch("--bind", f"ipc://{tmp_path}/socket") as killed:
         killed.wait_line("is registered with")
         assert "another program does" in ctl(f"watch --bind ipc://{tmp_path}/socket")[2]
         killed.kill()
     with Watch("--bind", f"ipc://{tmp_path}/socket") as watch:
+        watch.wait_line("is registered with")
+    with Watch("--bind", "ipc://@abstract") as watch:
         watch.wait_line("is registered with")
     assert list(tmp_path.iterdir()) == [plain]

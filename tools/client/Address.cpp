@@ -15,7 +15,6 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <iterator>
 #include <list>
@@ -83,12 +82,18 @@ bool isListenedAt(const std::string& path) {
 
 void checkIpc(const std::string& address, Purpose purpose) {
     const std::string path = address.substr(kIpc.size());
-    if (path.empty() || (purpose == Purpose::connect && path == "*")) {
+    if (path.empty()) {
         throw BadEndpoint(address + " names no path.");
     }
-    // These have no file.
-    if (path == "*" || path.front() == '@') {
+    // An abstract name has no file. But the library removes a file of that name when it binds.
+    const bool isAbstract = path.front() == '@';
+    if (isAbstract && purpose == Purpose::connect) {
         return;
+    }
+    if (!isAbstract && path.front() != '/') {
+        throw BadEndpoint(address +
+                          " must name its path from the root, as in ipc:///run/monitor: " +
+                          "the service has another working directory.");
     }
     std::error_code error;
     const auto type = std::filesystem::status(path, error).type();
@@ -108,7 +113,7 @@ void check(const std::string& address, Purpose purpose) {
         checkIpc(address, purpose);
     } else {
         throw BadEndpoint("\"" + address + "\" is no address: one looks like " +
-                          "tcp://192.0.2.10:7000 or ipc://PATH.");
+                          "tcp://192.0.2.10:7000 or ipc:///PATH.");
     }
 }
 
@@ -235,7 +240,10 @@ std::string ownAddressTowards(const std::string& endpoint) {
     return known ? numeric(own) : kLoopback;
 }
 
-bool isLoopback(const std::string& endpoint) {
+bool isOnlyLocal(const std::string& endpoint) {
+    if (endpoint.starts_with(kIpc)) {
+        return true;
+    }
     const std::optional<sockaddr_in> host = hostAddress(endpoint);
     return host && (ntohl(host->sin_addr.s_addr) >> IN_CLASSA_NSHIFT) == IN_LOOPBACKNET;
 }

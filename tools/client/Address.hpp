@@ -8,17 +8,18 @@
 #include <string>
 #include <vector>
 
-/// Addresses are ZeroMQ endpoints: "tcp://HOST:PORT" or "ipc://PATH". The library is generous with
+/// Addresses are ZeroMQ endpoints: "tcp://HOST:PORT" or "ipc:///PATH". The library is generous with
 /// them (it connects to port 7000 for 72536, and binds over an ordinary file), so they are checked
 /// before they are used.
 namespace client {
 
 /// Throws BadEndpoint unless the service can connect to `address` as far as its text tells: a host,
-/// a port from 1 to 65535, no wildcard; for "ipc", a path where nothing or a socket is.
+/// a port from 1 to 65535, no wildcard; for "ipc", an absolute path where nothing or a socket is,
+/// or an abstract name ("ipc://@NAME").
 void checkConnectable(const std::string& address);
 
-/// Throws BadEndpoint unless `endpoint` may be bound: as above, but wildcards are allowed, and at
-/// an "ipc" path nobody may listen.
+/// Throws BadEndpoint unless `endpoint` may be bound: as above, but the wildcards of "tcp" are
+/// allowed, and at an "ipc" path nobody may listen.
 void checkBindable(const std::string& endpoint);
 
 /// The same for addresses that lead to the same place, whatever the case of their letters, leading
@@ -33,9 +34,8 @@ std::string withNumericHost(const std::string& address);
 /// 127.0.0.1 for one on this machine, and when the host cannot be found.
 std::string ownAddressTowards(const std::string& endpoint);
 
-/// Whether a "tcp://host:port" endpoint names the loopback network, which only its own machine
-/// can reach.
-bool isLoopback(const std::string& endpoint);
+/// Whether only its own machine can reach an endpoint: the loopback network, or "ipc".
+bool isOnlyLocal(const std::string& endpoint);
 
 /// What the service would meet at a consumer's address.
 enum class Reachability {

@@ -65,17 +65,17 @@ ListeningConsumer::ListeningConsumer(zmq::context_t& context,
 }
 
 ListeningConsumer::~ListeningConsumer() {
-    constexpr std::string_view kIpc = "ipc://";
-    if (ownAddress.starts_with(kIpc)) {
-        // The library leaves it behind.
-        ::unlink(ownAddress.c_str() + kIpc.size());
+    // Only a path from the root is a file; the library leaves it behind.
+    if (constexpr std::string_view kIpcFile = "ipc:///"; ownAddress.starts_with(kIpcFile)) {
+        ::unlink(ownAddress.c_str() + kIpcFile.size() - 1);
     }
 }
 
 std::vector<std::string> ListeningConsumer::usualEndpoints(const std::string& server) {
+    const std::string start = "tcp://" + ownAddressTowards(server) + ":";
     std::vector<std::string> endpoints;
     for (int port = kFirstPort; port <= kLastPort; ++port) {
-        endpoints.push_back("tcp://" + ownAddressTowards(server) + ":" + std::to_string(port));
+        endpoints.push_back(start + std::to_string(port));
     }
     return endpoints;
 }

@@ -130,11 +130,11 @@ std::vector<std::string> Commands::faults(const std::vector<std::string>& addres
     constexpr std::chrono::milliseconds kLimit{500};
     const std::vector<Reachability> reachable =
         client::tryConnecting(context, addresses, std::min(kLimit, service.timeout), stop);
-    const bool onThisMachine = client::isLoopback(service.endpoint);
+    const bool onThisMachine = client::isOnlyLocal(service.endpoint);
     std::vector<std::string> texts;
     for (std::size_t i = 0; i < addresses.size(); ++i) {
-        // The loopback address of another machine cannot be tried from here.
-        const bool unknown = !onThisMachine && client::isLoopback(addresses[i]);
+        // What only the service's machine can reach cannot be tried from another.
+        const bool unknown = !onThisMachine && client::isOnlyLocal(addresses[i]);
         texts.push_back(unknown ? "" : fault(reachable[i]));
     }
     return texts;

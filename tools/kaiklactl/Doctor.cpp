@@ -194,11 +194,10 @@ bool Doctor::isWorthTrying(const std::string& address) {
         report.fault(kReachable, failure.what());
         return false;
     }
-    if (client::isLoopback(address) && !client::isLoopback(service.endpoint)) {
+    if (client::isOnlyLocal(address) && !client::isOnlyLocal(service.endpoint)) {
         report.note(kReachable, address +
-                                    " is the device's own loopback address: it is of use only "
-                                    "to a consumer on the device, and cannot be tried from "
-                                    "here. A consumer elsewhere must register its own "
+                                    " is only for consumers on the device, and cannot be tried "
+                                    "from here. A consumer elsewhere must register its own "
                                     "address.");
         return false;
     }
