@@ -2,7 +2,7 @@
 
 # A preset of CMakePresets.json, and how many jobs run at a time.
 PRESET ?= release
-BUILD = build$(patsubst %,-%,$(filter sanitize arm%,$(PRESET)))
+BUILD = build$(patsubst %,-%,$(filter sanitize bench fuzz arm%,$(PRESET)))
 JOBS ?= $(shell nproc)
 # Where `make install` puts things; DESTDIR, if given, stands before it.
 PREFIX ?= /usr/local
@@ -161,7 +161,7 @@ cross-test: setup-test build ## Make the packages for ARM and try their programs
 	@KAIKLA_SLOW=5 KAIKLA_ROOTS="$(CROSS:%=build/roots/$(RELEASE)-%)" $(PYTEST) -q -n 1 tests/package/check_cross.py
 
 install: build ## Install under PREFIX (/usr/local), with DESTDIR before it
-	@cmake --install build --prefix $(PREFIX)
+	@cmake --install $(BUILD) --prefix $(PREFIX)
 
 clean: ## Remove what was built
 	@rm -rf build build-sanitize build-bench build-fuzz build-arm64 build-armhf dist
