@@ -10,6 +10,10 @@ from gateway.portal import Gateway, message, pusher
 from kaiklactl.played import PlayedService, reply
 from peers import INSTRUMENTED, wait_until
 
+# Thousands of connections end in this process.
+HARD = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+resource.setrlimit(resource.RLIMIT_NOFILE, (HARD, HARD))
+
 
 class Source(PlayedService):
     """A played service that also sends sessions."""
@@ -188,8 +192,6 @@ def test_a_thousand_clients(gateway, source):
 
 
 def test_a_flood_of_connections_leaves_room(gateway):
-    hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
-    resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
     stream, descriptors, sizes = gateway.stream(), gateway.descriptors(), []
     for _ in range(2):
         flood = []
