@@ -51,9 +51,9 @@ CONTEXT.set(zmq.MAX_SOCKETS, 20_000)
 CONTEXT.linger = 0
 
 
-def wait_until(condition, what, seconds=None):
+def wait_until(condition, what, seconds=10):
     """Returns the first true outcome of `condition`."""
-    end, pause = time.monotonic() + (seconds or TIMEOUT), 0.002
+    end, pause = time.monotonic() + seconds * SLOW, 0.002
     while not (outcome := condition()):
         assert time.monotonic() < end, f"waited in vain for {what}"
         time.sleep(pause)
@@ -129,11 +129,11 @@ class Process:
         status = self.process.returncode
         assert failure or status == self.expected_status, f"ended with status {status}"
 
-    def wait(self, seconds=None):
+    def wait(self, seconds=10):
         """The exit status; a negative one is the signal that ended the process."""
-        return self.process.wait(seconds or TIMEOUT)
+        return self.process.wait(seconds * SLOW)
 
-    def stop(self, number=signal.SIGTERM, seconds=None):
+    def stop(self, number=signal.SIGTERM, seconds=10):
         """Ends the process with a signal; returns its exit status."""
         self.send_signal(number)
         return self.wait(seconds)
@@ -161,7 +161,7 @@ class Process:
     def lines_with(self, text):
         return [line for line in self.log() if text in line]
 
-    def wait_line(self, text, count=1, seconds=None):
+    def wait_line(self, text, count=1, seconds=10):
         """Waits until `count` lines hold the text; returns them."""
         enough = lambda: len(self.lines_with(text)) >= count
         wait_until(enough, f"{count} times '{text}'", seconds)
