@@ -2,7 +2,10 @@
 
 #include "platform/api/Logger.hpp"
 
+#include <unistd.h>
+
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <stdexcept>
@@ -15,6 +18,7 @@ namespace {
 constexpr unsigned kTicksInSecond = 4;
 constexpr std::chrono::milliseconds kTick{1000 / kTicksInSecond};
 constexpr unsigned kHeartbeatS = 5;
+constexpr unsigned kStopLimitS = 4;
 
 void throwIf(const boost::system::error_code& error, const std::string& what) {
     if (error) {
@@ -79,6 +83,10 @@ void Server::stop() {
     for (Listener& listener : listeners) {
         listener.close();
     }
+    // A broker's name may be looked up for long, and nothing interrupts that. All else is over
+    // within two seconds.
+    (void)std::signal(SIGALRM, [](int) { std::_Exit(EXIT_SUCCESS); });
+    (void)::alarm(kStopLimitS);
     application.stop();
 }
 

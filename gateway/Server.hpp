@@ -49,7 +49,7 @@ public:
     /// Returns when the application has stopped the loop.
     void run();
 
-    /// As a signal does.
+    /// As a signal does. A process that has not ended four seconds later ends at once.
     void stop();
 
     boost::asio::io_context& loop() { return context; }

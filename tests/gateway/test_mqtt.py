@@ -178,6 +178,21 @@ def test_tls_with_a_certificate_of_its_own(device, tmp_path):
             gateway.wait_line("publishing under", seconds=60)
 
 
+def test_a_stop_does_not_wait_for_a_name(tmp_path):
+    """A resolver that is silent: packets to it come in again and are dropped."""
+    (tmp_path / "resolv.conf").write_text("nameserver 192.0.2.53\noptions timeout:30 attempts:5\n")
+    launcher = ("unshare", "-r", "-n", "-m", "sh", "-c", "ip link set lo up && "
+                "ip route add 192.0.2.53 dev lo && mount --bind \"$0\" /etc/resolv.conf && "
+                "exec \"$@\"", tmp_path / "resolv.conf")
+    with PlayedDevice() as device:
+        if subprocess.run([*launcher, "true"], check=False).returncode != 0:
+            pytest.skip("namespaces are refused")
+        gateway = Gateway("--mqtt", "mqtt://broker.example", "--instance", "dev", live=False,
+                          service=device.endpoint, launcher=launcher)
+        with gateway:
+            assert gateway.stop() == 0
+
+
 def test_two_bridged_brokers(device, tmp_path, monkeypatch):
     """The files of examples/mqtt as they are, but for their ports."""
     site, centre = free_port(), free_port()
