@@ -107,8 +107,9 @@ DeviceState::Changes Monitors::update(const DeviceState& device,
     show(kLinks, links, linksVerdict(device), now, kHold, shown);
     show(kSynchronization, synchronization, synchronizationVerdict(device, now), now, kHold, shown);
     updateSessions(device, changes, now, shown);
-    // The others have held back what is better already.
-    show(kOverall, overall, worst(), now, Clock::duration::zero(), shown);
+    // The others have held back what is better already, but one that has gone cannot.
+    const bool isHeld = badRemoved && now - *badRemoved < kHold;
+    show(kOverall, overall, worst(), now, isHeld ? kHold : Clock::duration::zero(), shown);
     isFirst = false;
     return shown;
 }
@@ -133,6 +134,9 @@ void Monitors::updateSessions(const DeviceState& device, const DeviceState::Chan
         const auto session = device.sessions().find(id);
         recovering.erase(id);
         if (session == device.sessions().end()) {
+            if (sessionHealth(id) > Health::healthy) {
+                badRemoved = now;
+            }
             sessions.erase(id);
             continue;
         }

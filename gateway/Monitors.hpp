@@ -84,6 +84,8 @@ private:
     std::map<std::uint64_t, Monitor> sessions;
     /// Sessions that are better than they show.
     std::set<std::uint64_t> recovering;
+    /// When a session has last gone that did not show well.
+    std::optional<Clock::time_point> badRemoved;
     /// What is so at the start has no time of its beginning.
     bool isFirst = true;
 };
