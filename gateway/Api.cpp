@@ -68,7 +68,7 @@ Answer Api::statusAnswer(const Question& question) const {
     const std::string_view known = question.ifNoneMatch;
     Answer answer =
         known == "*" || known.find(id) != std::string_view::npos
-            ? textAnswer(304, "")
+            ? Answer{304, "application/json", std::make_shared<const std::string>(), {}}
             : Answer{
                   200, "application/json", recentStatus.get(seq, [this] { return status(); }), {}};
     // Weak: the time and the age of the data are part of the body, and change by themselves.

@@ -28,6 +28,7 @@ namespace {
 namespace http = boost::beast::http;
 
 constexpr unsigned kHttp11 = 11;
+constexpr unsigned kNotModified = 304;
 
 /// Everything that a browser is to refuse, whatever the page or the device says.
 constexpr std::array<std::pair<const char*, const char*>, 4> kSecurityFields = {
@@ -61,6 +62,30 @@ bool isSameName(std::string_view left, std::string_view right) {
     });
 }
 
+/// What a request names.
+struct Target {
+    explicit Target(std::string_view text) {
+        for (const std::string_view scheme : {"http://", "https://"}) {
+            if (isSameName(text.substr(0, scheme.size()), scheme)) {
+                text.remove_prefix(scheme.size());
+                authority = text.substr(0, text.find_first_of("/?"));
+                text.remove_prefix(authority.size());
+                break;
+            }
+        }
+        path = text.substr(0, text.find('?'));
+        query = text.substr(std::min(text.size(), path.size() + 1));
+        if (path.empty()) {
+            path = "/";
+        }
+    }
+
+    /// Empty unless the target is a whole URL, as some proxies send it. It goes before Host then.
+    std::string_view authority;
+    std::string_view path;
+    std::string_view query;
+};
+
 /// The library's templates stay in this file.
 class Session final : public HttpSession, public std::enable_shared_from_this<Session> {
 public:
@@ -87,10 +112,10 @@ private:
     void headFailed(const boost::system::error_code& error);
     void carryOut(const Request& request);
     /// An answer when the request is refused before its path is looked at.
-    std::optional<Answer> refusal(const Request& request);
+    std::optional<Answer> refusal(const Request& request, std::string_view authority);
     std::optional<Answer> refusalOfMethod(http::verb method);
     std::optional<Answer> refusalOfStrangers(std::string_view authorization);
-    bool isOwnHost(std::string_view host) const;
+    bool isOwnHost(std::string_view host);
     std::string clientAddress(const Request& request) const;
     void startStream(const Request& request, std::string_view query);
     void respond(Answer answer, bool isHead, bool keepAlive);
@@ -230,36 +255,33 @@ void Session::headFailed(const boost::system::error_code& error) {
 void Session::carryOut(const Request& request) {
     const bool head = request.method() == http::verb::head;
     const bool keepAlive = request.keep_alive() && request.version() == kHttp11;
-    if (std::optional<Answer> refused = refusal(request)) {
+    const Target target(view(request.target()));
+    if (std::optional<Answer> refused = refusal(request, target.authority)) {
         respond(std::move(*refused), head, keepAlive);
         return;
     }
-    const std::string_view target = view(request.target());
-    const std::string_view path = target.substr(0, target.find('?'));
-    const std::string_view query =
-        path.size() < target.size() ? target.substr(path.size() + 1) : std::string_view();
-    if (path == "/api/v1/events") {
+    if (target.path == "/api/v1/events") {
         if (head) {
             respond({200, "text/event-stream", std::make_shared<const std::string>(), {}}, head,
                     keepAlive);
         } else {
-            startStream(request, query);
+            startStream(request, target.query);
         }
         return;
     }
-    const Question question{path, query, view(request[http::field::if_none_match]),
+    const Question question{target.path, target.query, view(request[http::field::if_none_match]),
                             view(request[http::field::accept_encoding]).find("gzip") !=
                                 std::string_view::npos};
     respond(shared.answer(question), head, keepAlive);
 }
 
-std::optional<Answer> Session::refusal(const Request& request) {
+std::optional<Answer> Session::refusal(const Request& request, std::string_view authority) {
     const auto host = request.find(http::field::host);
     if (host == request.end() || request.count(http::field::host) != 1) {
         countRefusal("host");
         return problem(400, "Bad Request", "A request names exactly one Host.");
     }
-    if (!isOwnHost(hostName(view(host->value())))) {
+    if (!isOwnHost(hostName(authority.empty() ? view(host->value()) : authority))) {
         countRefusal("host");
         return problem(421, "Misdirected Request",
                        "This Host is not known here; --host NAME makes it known.");
@@ -309,14 +331,13 @@ std::optional<Answer> Session::refusalOfStrangers(std::string_view authorization
     return refused;
 }
 
-bool Session::isOwnHost(std::string_view host) const {
+bool Session::isOwnHost(std::string_view host) {
     if (std::any_of(shared.hosts.begin(), shared.hosts.end(),
                     [host](const std::string& name) { return isSameName(name, host); })) {
         return true;
     }
     boost::system::error_code error;
-    const auto own =
-        unmapped(const_cast<Transport&>(transport).socket().local_endpoint(error).address());
+    const auto own = unmapped(transport.socket().local_endpoint(error).address());
     if (own.is_loopback() && isSameName(host, "localhost")) {
         return true;
     }
@@ -382,7 +403,10 @@ void Session::respond(Answer given, bool onlyHead, bool keepAlive) {
         response->set(name, value);
     }
     response->body() = {answer.body->data(), answer.body->size()};
-    response->prepare_payload();
+    // The length of a 304 would be that of the body that it leaves out.
+    if (answer.status != kNotModified) {
+        response->prepare_payload();
+    }
     serializer.emplace(*response);
     serializer->split(isHead);
     deadline = Clock::now() + kStallLimit;

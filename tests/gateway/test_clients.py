@@ -51,6 +51,7 @@ def gateway(source):
     ("OPTIONS /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n", 405, "method"),
     ("GET /api/v1/status HTTP/1.1\r\nHost: evil.example\r\n\r\n", 421, "host"),
     ("GET /api/v1/status HTTP/1.1\r\nHost: 127.0.0.2\r\n\r\n", 421, "host"),
+    ("GET http://evil.example/ HTTP/1.1\r\nHost: localhost\r\n\r\n", 421, "host"),
     ("GET /api/v1/status HTTP/1.1\r\n\r\n", 400, "host"),
     ("GET / HTTP/1.1\r\nHost: localhost\r\nHost: evil.example\r\n\r\n", 400, "host"),
     ("GET / HTTP/1.1\r\nHost: localhost\r\nContent-Length: 5\r\n\r\nhello", 413, "body"),
@@ -83,7 +84,10 @@ def test_a_connection_carries_many_requests(gateway):
     assert tag == f'W/"{body["epoch"]}-{body["seq"]}"'
     assert f"ETag: {tag}" in connection.until("\r\n\r\n")
     connection.send(one.format("GET", f"If-None-Match: {tag}\r\n"))
-    assert connection.until("\r\n\r\n").startswith("HTTP/1.1 304 ")
+    head = connection.until("\r\n\r\n")
+    assert head.startswith("HTTP/1.1 304 ") and "Content-Length" not in head
+    connection.send("GET HTTP://localhost:9/healthz HTTP/1.1\r\nHost: ignored.example\r\n\r\n")
+    assert connection.until("ok\n").startswith("HTTP/1.1 200 ")
     connection.send("HEAD /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n")
     assert "Content-Type: text/event-stream" in connection.until("\r\n\r\n")
     connection.send(one.format("GET", "Connection: close\r\n"))
