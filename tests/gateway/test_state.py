@@ -1,5 +1,7 @@
 """What clients of the gateway see of the device."""
 
+import datetime
+import signal
 import threading
 import time
 
@@ -94,10 +96,20 @@ def test_monitors_worsen_at_once_and_recover_when_it_holds(device, gateway):
     stream = gateway.stream()
     stream.next("snapshot")
 
-    def shown(name):
+    def event_of(name):
         while (event := stream.next("monitor")["data"])["name"] != name:
             pass
+        return event
+
+    def shown(name):
+        event = event_of(name)
         return event["status"], event["transitions"], event["message"]
+
+    device.send(SESSION, 1001, {"id": 2**64 - 1})
+    gone, better = stream.next("session-removed")["data"], event_of("overall")
+    assert (better["status"], better["transitions"]) == ("healthy", 0)
+    held = [datetime.datetime.fromisoformat(event["time"]) for event in (gone, better)]
+    assert (held[1] - held[0]).total_seconds() > 2.9, "a bad session that goes counts for a while"
 
     device.send(PTP, 1000, {**LOCKED, "locked": False})
     start = time.monotonic()
@@ -204,8 +216,11 @@ def test_what_is_lost_before_it_is_read_is_told():
         asked = played.requests.count(0)
         sender = pusher(gateway.consumer)
         document["sessions"] = [session(n, LOST) for n in range(2000)]
+        text = message(0, document)
+        gateway.send_signal(signal.SIGSTOP)
         for _ in range(60):
-            sender.send(message(0, document))
+            sender.send(text)
+        gateway.send_signal(signal.SIGCONT)
         resync = stream.next("resync")
         assert resync["data"]["reason"] == "overrun" and resync["data"]["dropped"] > 0
         assert stream.event()["event"] == "snapshot"
