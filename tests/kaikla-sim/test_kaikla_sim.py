@@ -201,3 +201,9 @@ def test_records_what_each_service_says_and_nothing_else(tmp_path, device, monke
         (service, odd) for service in ("session", "ptp", "system")]
     # Milliseconds; hardly ever three whole seconds.
     assert any(each["at_ms"] % 1000 for each in lines)
+    device.wait_subscribed(False)
+    silent = ["sh", "-c", 'exec "$0" "$@" 2>&-']
+    with peers.Process("kaikla-sim", "record", recording, launcher=silent):
+        device.send(PTP, 1000, odd)
+        wait_until(lambda: '"kind":1000' in recording.read_text(), "the line")
+    assert len(recording.read_text().splitlines()) == 2, "nothing said to people"

@@ -3,7 +3,7 @@
 #include "handler/WebNotifierCommand.hpp"
 #include "platform/PlatformProtocol.hpp"
 #include "tools/client/ConnectionMonitor.hpp"
-#include "tools/signals/StopSignals.hpp"
+#include "tools/process/StopSignals.hpp"
 
 #include <json/value.h>
 #include <zmq.hpp>

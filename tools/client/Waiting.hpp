@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/signals/StopSignals.hpp"
+#include "tools/process/StopSignals.hpp"
 
 #include <zmq.hpp>
 

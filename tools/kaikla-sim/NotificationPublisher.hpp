@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/kaikla-sim/PlayedState.hpp"
-#include "tools/signals/StopSignals.hpp"
+#include "tools/process/StopSignals.hpp"
 
 #include <zmq.hpp>
 

@@ -3,7 +3,7 @@
 #include "platform/records/JsonText.hpp"
 #include "tools/kaikla-sim/Kinds.hpp"
 #include "tools/kaikla-sim/ScenarioLine.hpp"
-#include "tools/signals/StopSignals.hpp"
+#include "tools/process/StopSignals.hpp"
 
 #include <zmq.hpp>
 

@@ -3,7 +3,7 @@
 #include "tools/kaikla-sim/NmosNode.hpp"
 #include "tools/kaikla-sim/NotificationPublisher.hpp"
 #include "tools/kaikla-sim/Scenario.hpp"
-#include "tools/signals/StopSignals.hpp"
+#include "tools/process/StopSignals.hpp"
 
 #include <zmq.hpp>
 

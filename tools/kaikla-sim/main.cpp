@@ -2,7 +2,8 @@
 #include "tools/kaikla-sim/Recorder.hpp"
 #include "tools/kaikla-sim/Scenario.hpp"
 #include "tools/kaikla-sim/SimulatedDevice.hpp"
-#include "tools/signals/StopSignals.hpp"
+#include "tools/process/StandardStreams.hpp"
+#include "tools/process/StopSignals.hpp"
 
 #include <cerrno>
 #include <csignal>
@@ -25,7 +26,8 @@ std::optional<sim::Scenario> readWantedScenario(const sim::Options& options,
     return sim::readScenario(day, "built-in day", options.deviceId, stop);
 }
 
-void play(const sim::Options& options, const StopSignals& stop) {
+void play(const sim::Options& options) {
+    const StopSignals stop;
     const std::optional<sim::Scenario> scenario = readWantedScenario(options, stop);
     if (!scenario) {
         return;
@@ -43,7 +45,7 @@ void play(const sim::Options& options, const StopSignals& stop) {
     }
 }
 
-void record(const std::string& fileName, const StopSignals& stop) {
+void record(const std::string& fileName) {
     const bool toStandardOutput = fileName == "-";
     std::ofstream file;
     if (!toStandardOutput) {
@@ -52,6 +54,8 @@ void record(const std::string& fileName, const StopSignals& stop) {
             throw std::runtime_error("cannot open " + fileName + ": " + std::strerror(errno));
         }
     }
+    // Not earlier: opening a named pipe waits for its reader, and a signal must end that.
+    const StopSignals stop;
     zmq::context_t context;
     sim::Recorder recorder(context, toStandardOutput ? std::cout : file,
                            toStandardOutput ? "standard output" : fileName, std::cerr);
@@ -63,20 +67,19 @@ void record(const std::string& fileName, const StopSignals& stop) {
 } // namespace
 
 int main(int argc, char** argv) {
+    occupyStandardStreams();
     // A write to a closed pipe must fail, not end the process.
     (void)std::signal(SIGPIPE, SIG_IGN);
     try {
-        // Before the library's thread, which inherits it.
-        const StopSignals stop;
         const auto line = sim::readCommandLine(argc, argv);
         if (const auto* const status = std::get_if<sim::ExitStatus>(&line)) {
             return static_cast<int>(*status);
         }
         const auto& options = std::get<sim::Options>(line);
         if (options.recordFile) {
-            record(*options.recordFile, stop);
+            record(*options.recordFile);
         } else {
-            play(options, stop);
+            play(options);
         }
         return static_cast<int>(sim::ExitStatus::success);
     } catch (const std::exception& error) {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/kaiklactl/CommandLine.hpp"
-#include "tools/signals/StopSignals.hpp"
+#include "tools/process/StopSignals.hpp"
 
 #include <zmq.hpp>
 

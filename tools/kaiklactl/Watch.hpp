@@ -6,7 +6,7 @@
 #include "tools/kaiklactl/CommandLine.hpp"
 #include "tools/kaiklactl/StatusHistory.hpp"
 #include "tools/kaiklactl/Terminal.hpp"
-#include "tools/signals/StopSignals.hpp"
+#include "tools/process/StopSignals.hpp"
 
 #include <zmq.hpp>
 

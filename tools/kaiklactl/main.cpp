@@ -7,13 +7,11 @@
 #include "tools/kaiklactl/Drain.hpp"
 #include "tools/kaiklactl/Terminal.hpp"
 #include "tools/kaiklactl/Watch.hpp"
-#include "tools/signals/StopSignals.hpp"
+#include "tools/process/StandardStreams.hpp"
+#include "tools/process/StopSignals.hpp"
 
 #include <json/value.h>
 #include <zmq.hpp>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <exception>
@@ -40,15 +38,6 @@ ExitStatus run(const Options& options, StopSignals& stop) {
         kaiklactl::print(kaiklactl::runCommand(options, context, stop), stop);
         return ExitStatus::success;
     }
-}
-
-/// Sockets must not get the numbers of standard streams that are closed. Writing to these fails.
-void occupyStandardStreams() {
-    int descriptor = 0;
-    do {
-        descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
-    ::close(descriptor);
 }
 
 /// Ends the process by the signal itself, so that a script around it ends, too.

@@ -1,4 +1,4 @@
-#include "tools/signals/StopSignals.hpp"
+#include "tools/process/StopSignals.hpp"
 
 #include <poll.h>
 #include <sys/signalfd.h>

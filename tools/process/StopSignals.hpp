@@ -3,8 +3,9 @@
 /// SIGINT, SIGTERM and SIGHUP as a descriptor to poll. They interrupt nothing, and none is lost
 /// between a check and a wait. SIGHUP stays ignored where it is ignored already (nohup).
 ///
-/// Create it first in main: threads inherit the blocked signals. They stay blocked when the object
-/// is gone, because the process is about to end and a second signal must not change its status.
+/// Create it before any thread, which inherits the blocked signals. They stay blocked when the
+/// object is gone, because the process is about to end and a second signal must not change its
+/// status.
 class StopSignals {
 public:
     /// Throws std::system_error when there is no descriptor left.
