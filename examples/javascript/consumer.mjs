@@ -1,5 +1,5 @@
 #!/usr/bin/env node
-// Prints one line for each message of kaikla until Ctrl-C.
+// Prints one line for each message of kaikla until Ctrl-C or SIGTERM.
 //
 //     node consumer.mjs [ADDRESS [SERVICE]]
 //
@@ -67,16 +67,24 @@ await messages.bind(bindTo);
 const address = messages.lastEndpoint;
 await command(ADD_CONSUMER, address);
 
+let leaving = false;
 let removed = false;
-process.once("SIGINT", async () => {
-  await command(REMOVE_CONSUMER, address);
-  removed = true;
-});
+async function leave() {
+  // A second signal changes nothing: it would leave the consumer registered.
+  if (!leaving) {
+    leaving = true;
+    await command(REMOVE_CONSUMER, address);
+    removed = true;
+  }
+}
+process.on("SIGINT", leave);
+// A service manager ends its programs with SIGTERM.
+process.on("SIGTERM", leave);
 
 for (;;) {
   // After the removal, until nothing comes: what is left on its way would stay with the service for
   // the next one at this address.
-  const leaving = removed;
+  const last = removed;
   try {
     const [text] = await messages.receive();
     show(text);
@@ -84,7 +92,7 @@ for (;;) {
     if (error.code !== "EAGAIN") {
       throw error;
     }
-    if (leaving) {
+    if (last) {
       break;
     }
   }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Prints one line for each message of kaikla until Ctrl-C.
+"""Prints one line for each message of kaikla until Ctrl-C or SIGTERM.
 
     consumer.py [ADDRESS [SERVICE]]
 
@@ -59,6 +59,8 @@ def show(message):
 
 
 def main(address="tcp://127.0.0.1:*", service="tcp://127.0.0.1:5580"):
+    # A service manager ends its programs with SIGTERM.
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
     context = zmq.Context()
     messages = context.socket(zmq.PULL)
     # First bind, then register: the service connects to this address at once.
@@ -70,7 +72,8 @@ def main(address="tcp://127.0.0.1:*", service="tcp://127.0.0.1:5580"):
             show(messages.recv_json())
     except KeyboardInterrupt:
         # A second one would leave the consumer registered.
-        signal.signal(signal.SIGINT, signal.SIG_IGN)
+        for number in signal.SIGINT, signal.SIGTERM:
+            signal.signal(number, signal.SIG_IGN)
         command(context, service, REMOVE_CONSUMER, address)
         # What is left on its way would stay with the service for the next one at this address.
         while messages.poll(QUIET_MS):

@@ -31,15 +31,16 @@ TALK = [
 ]
 
 
-@pytest.mark.parametrize("language", CONSUMERS)
-def test_a_consumer_prints_a_line_a_message_and_removes_itself(device, service, language):
+@pytest.mark.parametrize("language, number", [("python", signal.SIGTERM),
+                                              ("javascript", signal.SIGINT)])
+def test_a_consumer_prints_a_line_a_message_and_removes_itself(device, service, language, number):
     with subprocess.Popen(CONSUMERS[language], stdout=subprocess.PIPE, text=True) as consumer:
         for event, line in TALK:
             if event:
                 device.send(*event)
             assert consumer.stdout.readline() == line + "\n"
         assert len(service.consumers()) == 1
-        consumer.send_signal(signal.SIGINT)
+        consumer.send_signal(number)
         assert consumer.wait(TIMEOUT) == 0
         assert consumer.stdout.read() == ""
     assert service.consumers() == []
