@@ -6,7 +6,7 @@ import re
 import pytest
 
 import schemas
-from peers import PTP, ROOT, SESSION, SYSTEM, Device, Service, device_reply
+from peers import PTP, ROOT, SESSION, SYSTEM, Device, Service, device_reply, run
 
 # Every example of the document, in its order.
 DOCUMENT = (ROOT / "docs/messages.md").read_text(encoding="utf-8")
@@ -124,3 +124,17 @@ def test_everything_sent_fits_and_the_documented_examples_are_real(conversation)
     assert len(EXAMPLES) >= 12
     for example in EXAMPLES:
         assert example in real or {**example, "command_name": ""} in named, example
+
+
+@pytest.mark.parametrize("program", ["kaiklactl", "kaikla-sim", "kaikla-gateway"])
+def test_the_completion_and_the_manual_page_name_every_option(program):
+    words = run(program, "--help").stdout
+    commands = re.findall(r"^  ([a-z]+)  ", words.partition("Subcommands:")[2], re.MULTILINE)
+    for command in commands:
+        words += run(program, command, "--help").stdout
+    options = set(re.findall(r"--([a-z-]+)", words)) - {"help"}
+    completion = (ROOT / f"packaging/completions/{program}.bash").read_text(encoding="utf-8")
+    assert options <= set(re.findall(r"--([a-z-]+)", completion))
+    manual = next((ROOT / "packaging/man").glob(f"{program}.*")).read_text(encoding="utf-8")
+    assert options <= set(re.findall(r"Fl -([a-z-]+)", manual))
+    assert len(options) > 3
