@@ -1,9 +1,19 @@
 #include "gateway/Answer.hpp"
 
+#include "gateway/EventRing.hpp"
+
 #include <algorithm>
 #include <memory>
 
 namespace gateway {
+
+Json::Value bodyHead(const EventRing& ring) {
+    Json::Value json;
+    json["epoch"] = ring.epoch();
+    json["seq"] = Json::UInt64{ring.last()};
+    json["time"] = timeText(WallClock::now());
+    return json;
+}
 
 Answer jsonAnswer(const Json::Value& body) {
     return {

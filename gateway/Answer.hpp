@@ -15,6 +15,8 @@
 
 namespace gateway {
 
+class EventRing;
+
 /// What a path gives.
 struct Answer {
     unsigned status = 200;
@@ -32,6 +34,9 @@ struct Question {
     std::string_view ifNoneMatch;
     bool acceptsGzip = false;
 };
+
+/// What every body about the state has: epoch and number of the last event, and the time.
+Json::Value bodyHead(const EventRing& ring);
 
 Answer jsonAnswer(const Json::Value& body);
 Answer textAnswer(unsigned status, const std::string& text);

@@ -45,16 +45,8 @@ Answer Api::answer(const Question& question) const {
         problem(404, "Not Found", "There is nothing at this path."));
 }
 
-Json::Value Api::head() const {
-    Json::Value json;
-    json["epoch"] = parts.ring.epoch();
-    json["seq"] = Json::UInt64{parts.ring.last()};
-    json["time"] = timeText(WallClock::now());
-    return json;
-}
-
 Json::Value Api::status() const {
-    Json::Value json = head();
+    Json::Value json = bodyHead(parts.ring);
     json["started"] = timeText(started);
     json["source"] = parts.source.toJson();
     json["device"] = parts.device.toJson();
@@ -91,19 +83,19 @@ Answer Api::historyAnswer(std::string_view query) const {
     if (!seconds || *seconds < 1 || *seconds > PtpHistory::kLongest.count()) {
         return problem(400, "Bad Request", "seconds must be a number from 1 to 3600.");
     }
-    Json::Value body = head();
+    Json::Value body = bodyHead(parts.ring);
     body["rows"] = parts.history.rows(std::chrono::seconds(*seconds), WallClock::now());
     return jsonAnswer(body);
 }
 
 Answer Api::monitorsAnswer() const {
-    Json::Value body = head();
+    Json::Value body = bodyHead(parts.ring);
     body["monitors"] = parts.monitors.details();
     return jsonAnswer(body);
 }
 
 Answer Api::clientsAnswer() const {
-    Json::Value body = head();
+    Json::Value body = bodyHead(parts.ring);
     body["clients"] = parts.clients.toJson();
     return jsonAnswer(body);
 }

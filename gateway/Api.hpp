@@ -19,7 +19,6 @@ public:
     Json::Value status() const;
 
 private:
-    Json::Value head() const;
     Answer statusAnswer(const Question& question) const;
     Answer sessionAnswer(std::string_view id) const;
     Answer historyAnswer(std::string_view query) const;

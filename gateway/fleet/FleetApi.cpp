@@ -22,7 +22,7 @@ Answer FleetApi::answer(const Question& question) const {
         return deviceAnswer(path.substr(kDevices.size()));
     }
     if (path == "/api/v1/clients") {
-        Json::Value body = head();
+        Json::Value body = bodyHead(parts.ring);
         body["clients"] = parts.clients.toJson();
         return jsonAnswer(body);
     }
@@ -45,18 +45,10 @@ Answer FleetApi::answer(const Question& question) const {
 }
 
 Json::Value FleetApi::devices() const {
-    Json::Value json = head();
+    Json::Value json = bodyHead(parts.ring);
     json["started"] = timeText(started);
     json["source"] = parts.source.toJson();
     json["devices"] = parts.devices.rows();
-    return json;
-}
-
-Json::Value FleetApi::head() const {
-    Json::Value json;
-    json["epoch"] = parts.ring.epoch();
-    json["seq"] = Json::UInt64{parts.ring.last()};
-    json["time"] = timeText(WallClock::now());
     return json;
 }
 
@@ -66,7 +58,7 @@ Answer FleetApi::deviceAnswer(std::string_view instance) const {
         return problem(404, "Not Found", "No device of this name has been heard of.");
     }
     Json::Value body = device->toJson();
-    const Json::Value common = head();
+    const Json::Value common = bodyHead(parts.ring);
     for (const auto& name : common.getMemberNames()) {
         body[name] = common[name];
     }

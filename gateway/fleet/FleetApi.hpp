@@ -22,7 +22,6 @@ public:
     Json::Value devices() const;
 
 private:
-    Json::Value head() const;
     Answer deviceAnswer(std::string_view instance) const;
 
     FleetParts parts;

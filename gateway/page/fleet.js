@@ -2,7 +2,7 @@
 // place.
 import {portTo} from './connection.js';
 import {FleetFeed} from './fleet-feed.js';
-import {SIGNS, classOf, element, levelOf, nanoseconds, rankOf} from './words.js';
+import {SIGNS, classOf, element, levelOf, nanoseconds, rankOf, say} from './words.js';
 
 // More are found by the search.
 const MOST = 500;
@@ -82,12 +82,6 @@ function ageOf(seconds) {
   if (seconds < 6000) return `${Math.round(seconds / 60)} min ago`;
   const hours = seconds / 3600;
   return hours < 100 ? `${Math.round(hours)} h ago` : `${Math.round(hours / 24)} days ago`;
-}
-
-// Only touched when it says something else: screen readers announce, and browsers lay out.
-function say(target, text, className) {
-  if (target.textContent !== text) target.textContent = text;
-  if (className !== undefined && target.className !== className) target.className = className;
 }
 
 function worseFirst(a, b) {

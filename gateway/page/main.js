@@ -6,7 +6,7 @@ import {FleetFeed} from './fleet-feed.js';
 import {Ptp} from './ptp.js';
 import {Sessions} from './sessions.js';
 import {State} from './state.js';
-import {SIGNS, classOf, element, levelOf, since, speed} from './words.js';
+import {SIGNS, classOf, element, levelOf, say, since, speed} from './words.js';
 
 const BEHIND_SHOWN_MS = 5000;
 // What the service itself has just told.
@@ -33,12 +33,6 @@ function redraw() {
     isDrawPlanned = false;
     draw();
   });
-}
-
-// Announced by screen readers: only touched when it says something else.
-function say(target, text, className) {
-  if (target.textContent !== text) target.textContent = text;
-  if (className !== undefined && target.className !== className) target.className = className;
 }
 
 // What is shown is only the last that was heard.

@@ -49,3 +49,9 @@ export function element(name, properties = {}, ...children) {
   made.append(...children);
   return made;
 }
+
+// Only touched when it says something else: screen readers announce, and browsers lay out.
+export function say(target, text, className) {
+  if (target.textContent !== text) target.textContent = text;
+  if (className !== undefined && target.className !== className) target.className = className;
+}
