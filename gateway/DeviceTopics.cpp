@@ -11,9 +11,6 @@
 namespace gateway {
 namespace {
 
-constexpr std::string_view kPorts = "port/";
-constexpr std::string_view kSessions = "session/";
-
 bool isSameAlarm(const Json::Value& one, const Json::Value& other) {
     return one["type"] == other["type"] && one["severity"] == other["severity"] &&
            one["description"] == other["description"];
@@ -42,30 +39,22 @@ bool holds(const AlarmLists& lists, const std::string& stream, const Json::Value
 
 } // namespace
 
-std::string DeviceTopics::ofPort(const std::string& name) {
-    return std::string(kPorts) + topicLevel(name);
-}
-
-std::string DeviceTopics::ofSession(const std::string& id) {
-    return std::string(kSessions) + id;
-}
-
 std::vector<std::string> DeviceTopics::all() const {
-    std::vector<std::string> topics = {kDevice};
+    std::vector<std::string> topics = {kDeviceTopic};
     if (!parts.device.ptp().isNull()) {
-        topics.emplace_back(kPtp);
+        topics.emplace_back(kPtpTopic);
     }
     for (const auto& [name, port] : parts.device.ports()) {
-        topics.push_back(ofPort(name));
+        topics.push_back(portTopic(name));
     }
     for (const auto& [id, session] : parts.device.sessions()) {
-        topics.push_back(ofSession(std::to_string(id)));
+        topics.push_back(sessionTopic(std::to_string(id)));
     }
     return topics;
 }
 
 std::optional<std::string> DeviceTopics::document(const std::string& topic) const {
-    if (topic == kDevice) {
+    if (topic == kDeviceTopic) {
         Json::Value json = summary();
         json["time"] = timeText(WallClock::now());
         return jsonText(json);
@@ -90,20 +79,21 @@ Json::Value DeviceTopics::summary() const {
 }
 
 const Json::Value* DeviceTopics::record(const std::string& topic) const {
-    if (topic == kPtp) {
+    if (topic == kPtpTopic) {
         return &parts.device.ptp();
     }
-    if (topic.starts_with(kPorts)) {
-        const auto name = nameOfLevel(std::string_view(topic).substr(kPorts.size()));
+    if (topic.starts_with(kPortTopics)) {
+        const auto name = nameOfLevel(std::string_view(topic).substr(kPortTopics.size()));
         const auto port = parts.device.ports().find(name.value_or(""));
         return !name || port == parts.device.ports().end() ? nullptr : &port->second;
     }
     std::uint64_t id = 0;
-    if (topic.starts_with(kSessions)) {
-        (void)std::from_chars(topic.data() + kSessions.size(), topic.data() + topic.size(), id);
+    if (topic.starts_with(kSessionTopics)) {
+        (void)std::from_chars(topic.data() + kSessionTopics.size(), topic.data() + topic.size(),
+                              id);
     }
     // Another way to write the same id is another topic.
-    return topic == ofSession(std::to_string(id)) ? parts.device.session(id) : nullptr;
+    return topic == sessionTopic(std::to_string(id)) ? parts.device.session(id) : nullptr;
 }
 
 std::vector<std::string> alarmEvents(const Json::Value& before, const Json::Value& after) {

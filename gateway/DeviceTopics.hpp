@@ -15,14 +15,6 @@ namespace gateway {
 /// branch.
 class DeviceTopics {
 public:
-    static constexpr const char* kState = "state";
-    static constexpr const char* kDevice = "device";
-    static constexpr const char* kPtp = "ptp";
-    static constexpr const char* kAlarmEvent = "event/alarm";
-    static std::string ofPort(const std::string& name);
-    /// An id as the API writes it.
-    static std::string ofSession(const std::string& id);
-
     explicit DeviceTopics(const Parts& describedParts) : parts(describedParts) {}
 
     /// Every topic that has a document now.

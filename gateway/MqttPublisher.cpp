@@ -42,7 +42,7 @@ MqttPublisher::MqttPublisher(boost::asio::io_context& loop, const Broker& broker
     : topics(parts), device(parts.device), epoch(parts.ring.epoch()), branch(topicBranch(instance)),
       figures(itsFigures), onTaken(std::move(itsOnTaken)),
       client(loop, broker, "kaikla-" + instance + "-" + epoch,
-             MqttMessage{branch + DeviceTopics::kState, std::string(kOffline), true},
+             MqttMessage{branch + kStateTopic, std::string(kOffline), true},
              {[this] { beginReading(); }, [this] { enter(Phase::away); },
               [this](const std::string&, bool isGranted) {
                   lastRead = Clock::now();
@@ -82,21 +82,21 @@ void MqttPublisher::takeMessage(const MqttMessage& message) {
     if (message.retain) {
         lastRead = Clock::now();
         takeRetained(topic, message);
-    } else if (topic == DeviceTopics::kDevice) {
+    } else if (topic == kDeviceTopic) {
         takeSummary(epochOf(message.payload));
-    } else if (topic == DeviceTopics::kState) {
+    } else if (topic == kStateTopic) {
         isOnlineThere = message.payload == kOnline;
         if (!isOnlineThere && phase == Phase::online) {
             // Somebody's will: of our own last connection, or of a gateway that gave way.
-            touch(DeviceTopics::kState);
+            touch(kStateTopic);
         }
     }
 }
 
 void MqttPublisher::takeRetained(const std::string& topic, const MqttMessage& message) {
-    if (topic == DeviceTopics::kState) {
+    if (topic == kStateTopic) {
         isOnlineThere = message.payload == kOnline;
-    } else if (topic == DeviceTopics::kDevice) {
+    } else if (topic == kDeviceTopic) {
         epochThere = epochOf(message.payload);
     } else if (found.size() < kMaxFound) {
         found.insert(topic);
@@ -128,18 +128,18 @@ void MqttPublisher::take(const DeviceState::Changes& changes) {
     for (const Change& change : changes) {
         if (change.kind == "session") {
             const Json::Value& session = change.data["session"];
-            touch(DeviceTopics::ofSession(session["id"].asString()));
+            touch(sessionTopic(session["id"].asString()));
             addEvents(change.before, session);
         } else if (change.kind == "session-removed") {
-            touch(DeviceTopics::ofSession(change.data["id"].asString()));
+            touch(sessionTopic(change.data["id"].asString()));
             addEvents(change.before, Json::Value());
         } else if (change.kind == "ptp") {
             figures.superseded += isPtpDue ? 1 : 0;
             isPtpDue = true;
         } else if (change.kind == "port") {
-            touch(DeviceTopics::ofPort(change.data["port"]["name"].asString()));
+            touch(portTopic(change.data["port"]["name"].asString()));
         } else if (change.kind == "port-removed") {
-            touch(DeviceTopics::ofPort(change.data["name"].asString()));
+            touch(portTopic(change.data["name"].asString()));
         }
     }
     touchPtp();
@@ -158,8 +158,8 @@ void MqttPublisher::tick() {
         checkAccess();
         if (isReadingAll && now - *lastRead >= kReadingLimit) {
             isReadingAll = false;
-            client.subscribe(branch + DeviceTopics::kState);
-            client.subscribe(branch + DeviceTopics::kDevice);
+            client.subscribe(branch + kStateTopic);
+            client.subscribe(branch + kDeviceTopic);
             client.unsubscribe(branch + "#");
         }
     }
@@ -198,7 +198,7 @@ void MqttPublisher::goOnline() {
     }
     clearGhosts();
     // Behind what makes it true.
-    touch(DeviceTopics::kState);
+    touch(kStateTopic);
 }
 
 /// What the broker has, and the device has not any more. Nobody can tell before the device has
@@ -208,8 +208,8 @@ void MqttPublisher::clearGhosts() {
         return;
     }
     for (const std::string& topic : found) {
-        const bool isOurs = topic == DeviceTopics::kPtp || topic.starts_with("port/") ||
-                            topic.starts_with("session/");
+        const bool isOurs = topic == kPtpTopic || topic.starts_with(kPortTopics) ||
+                            topic.starts_with(kSessionTopics);
         if (isOurs && !topics.document(topic)) {
             touch(topic);
         }
@@ -229,7 +229,7 @@ void MqttPublisher::touchPtp() {
     if (isPtpDue && Clock::now() - ptpSent >= kPtpInterval) {
         isPtpDue = false;
         ptpSent = Clock::now();
-        touch(DeviceTopics::kPtp);
+        touch(kPtpTopic);
     }
 }
 
@@ -240,7 +240,7 @@ void MqttPublisher::touchSummary() {
     if (summary != shownSummary || now - summarySent >= kSummaryInterval) {
         shownSummary = std::move(summary);
         summarySent = now;
-        touch(DeviceTopics::kDevice);
+        touch(kDeviceTopic);
     }
 }
 
@@ -260,7 +260,7 @@ void MqttPublisher::addEvents(const Json::Value& before, const Json::Value& afte
 void MqttPublisher::pump() {
     while (phase == Phase::online && client.hasRoom()) {
         if (!events.empty()) {
-            client.publish({branch + DeviceTopics::kAlarmEvent, std::move(events.front()), false});
+            client.publish({branch + kAlarmTopic, std::move(events.front()), false});
             events.pop_front();
             continue;
         }
@@ -270,11 +270,11 @@ void MqttPublisher::pump() {
         const std::string topic = std::move(waiting.front());
         waiting.pop_front();
         isWaiting.erase(topic);
-        if (topic == DeviceTopics::kState) {
+        if (topic == kStateTopic) {
             client.publish({branch + topic, std::string(kOnline), true});
             continue;
         }
-        if (topic == DeviceTopics::kDevice && !echoAwaited) {
+        if (topic == kDeviceTopic && !echoAwaited) {
             echoAwaited = Clock::now();
         }
         // An empty message removes what the broker has.
@@ -305,7 +305,7 @@ void MqttPublisher::tellDenied() {
 
 void MqttPublisher::stop(std::function<void()> done) {
     if (phase == Phase::online) {
-        client.publish({branch + DeviceTopics::kState, std::string(kOffline), true});
+        client.publish({branch + kStateTopic, std::string(kOffline), true});
     }
     phase = Phase::away;
     client.disconnect(std::move(done));

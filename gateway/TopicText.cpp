@@ -52,7 +52,15 @@ std::optional<std::string> nameOfLevel(std::string_view level) {
 }
 
 std::string topicBranch(std::string_view instance) {
-    return "kaikla/v1/" + std::string(instance) + "/";
+    return std::string(kTopicRoot).append(instance) + "/";
+}
+
+std::string portTopic(std::string_view name) {
+    return std::string(kPortTopics) + topicLevel(name);
+}
+
+std::string sessionTopic(std::string_view id) {
+    return std::string(kSessionTopics).append(id);
 }
 
 bool isInstanceName(std::string_view text) {

@@ -11,9 +11,6 @@
 namespace gateway {
 namespace {
 
-constexpr std::string_view kRoot = "kaikla/v1/";
-constexpr const char* kStates = "kaikla/v1/+/state";
-
 /// A thousand devices that change once a second bring a thousand events a second: this is some
 /// thirty seconds of them, of which a client may be behind by half.
 constexpr std::uint64_t kKi = 1024;
@@ -89,7 +86,7 @@ MqttClient::Handlers Fleet::brokerHandlers() {
         hasOldDevices = true;
         source.answered();
         source.update(Clock::duration::zero());
-        broker.subscribe(kStates);
+        broker.subscribe(topicBranch("+") + kStateTopic);
     };
     handlers.onDisconnected = [this] {
         retrieval.reset();
@@ -119,10 +116,10 @@ Retrieval::Handlers Fleet::retrievalHandlers() {
 
 void Fleet::takeMessage(const MqttMessage& message) {
     std::string_view topic = message.topic;
-    if (!topic.starts_with(kRoot)) {
+    if (!topic.starts_with(kTopicRoot)) {
         return;
     }
-    topic.remove_prefix(kRoot.size());
+    topic.remove_prefix(kTopicRoot.size());
     const auto slash = topic.find('/');
     const std::string instance(topic.substr(0, slash));
     if (slash == std::string_view::npos || !isInstanceName(instance)) {

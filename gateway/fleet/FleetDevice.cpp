@@ -13,11 +13,9 @@
 namespace gateway {
 namespace {
 
+// Members of a row.
 constexpr const char* kState = "state";
-constexpr const char* kDevice = "device";
 constexpr const char* kPtp = "ptp";
-constexpr std::string_view kPort = "port/";
-constexpr std::string_view kSession = "session/";
 
 constexpr std::array<const char*, 3> kMonitors = {"overall", "links", "synchronization"};
 
@@ -84,7 +82,7 @@ FleetDevice::Bound FleetDevice::take(std::string_view branch, const std::string&
         }
         return Bound::none;
     }
-    if (branch == "event/alarm") {
+    if (branch == kAlarmTopic) {
         changes.push_back({"alarm", named("alarm", payload::read(branch, payload))});
         return Bound::none;
     }
@@ -111,19 +109,19 @@ FleetDevice::Bound FleetDevice::take(std::string_view branch, const std::string&
 void FleetDevice::takeValue(std::string_view branch, Topic& topic, const Json::Value& json,
                             bool isRetained, Changes& changes) {
     Json::Value row = shownRow;
-    if (branch == kState) {
+    if (branch == kStateTopic) {
         row[kState] = json;
-    } else if (branch == kDevice) {
+    } else if (branch == kDeviceTopic) {
         if (const auto told = timeOf(json["time"].asString()); isRetained && told) {
             lastHeard = std::min(std::max(lastHeard, *told), WallClock::now());
         }
         takeDevice(json, row, changes);
-    } else if (branch == kPtp) {
+    } else if (branch == kPtpTopic) {
         changes.push_back({kPtp, named(kPtp, json)});
         meanPathDelay = std::chrono::nanoseconds(json["mean_path_delay_ns"].asInt64());
         row[kPtp]["locked"] = json["locked"];
         row[kPtp]["offset_ns"] = json["offset_ns"];
-    } else if (branch.starts_with(kPort)) {
+    } else if (branch.starts_with(kPortTopics)) {
         changes.push_back({"port", named("port", json)});
         topic.isUp = json["up"].asBool();
         row["ports"] = portCounts();
@@ -165,22 +163,22 @@ void FleetDevice::remove(Topics::iterator topic, Changes& changes) {
     bytes -= payload.size();
     topics.erase(topic);
     Json::Value row = shownRow;
-    if (branch == kState) {
+    if (branch == kStateTopic) {
         row[kState] = Json::Value();
-    } else if (branch == kDevice) {
+    } else if (branch == kDeviceTopic) {
         deviceJson = Json::Value();
         row = emptyRow(row["instance"].asString());
         for (const char* const other : {kState, kPtp, "ports", "complete"}) {
             row[other] = shownRow[other];
         }
-    } else if (branch == kPtp) {
+    } else if (branch == kPtpTopic) {
         row[kPtp] = Json::Value();
         changes.push_back({kPtp, named(kPtp, Json::Value())});
-    } else if (branch.starts_with(kPort)) {
+    } else if (branch.starts_with(kPortTopics)) {
         changes.push_back({"port-removed", named("name", payload::read(branch, payload)["name"])});
         row["ports"] = portCounts();
     } else {
-        changes.push_back({"session-removed", named("id", branch.substr(kSession.size()))});
+        changes.push_back({"session-removed", named("id", branch.substr(kSessionTopics.size()))});
     }
     show(std::move(row), changes);
 }
@@ -217,7 +215,7 @@ void FleetDevice::endRetrieval(Changes& changes) {
     showComplete(changes);
     // Where less has come than the device says it has, the rest may have been lost on the way.
     // Where nothing has come there is nothing.
-    const auto state = topics.find(kState);
+    const auto state = topics.find(kStateTopic);
     const bool isTold = state != topics.end() && state->second.retrieval == retrieval;
     if (isTold && !isWhole()) {
         return;
@@ -236,14 +234,14 @@ bool FleetDevice::isWhole() const {
         // Asking again brings no more.
         return true;
     }
-    const auto device = topics.find(kDevice);
+    const auto device = topics.find(kDeviceTopic);
     if (device == topics.end() || device->second.retrieval != retrieval) {
         return false;
     }
     std::uint64_t sessions = 0;
     AlarmCounts alarms;
-    for (auto topic = topics.lower_bound(kSession);
-         topic != topics.end() && topic->first.starts_with(kSession); ++topic) {
+    for (auto topic = topics.lower_bound(kSessionTopics);
+         topic != topics.end() && topic->first.starts_with(kSessionTopics); ++topic) {
         if (topic->second.retrieval == retrieval) {
             ++sessions;
             alarms.add(topic->second.alarms);
@@ -278,11 +276,11 @@ Json::Value FleetDevice::toJson() const {
         }
     }
     for (const auto& [branch, topic] : topics) {
-        if (branch == kPtp) {
+        if (branch == kPtpTopic) {
             device[kPtp] = payload::read(branch, topic.payload);
-        } else if (branch.starts_with(kPort)) {
+        } else if (branch.starts_with(kPortTopics)) {
             device["ports"].append(payload::read(branch, topic.payload));
-        } else if (branch.starts_with(kSession)) {
+        } else if (branch.starts_with(kSessionTopics)) {
             device["sessions"].append(payload::read(branch, topic.payload));
             monitors[branch] = word(healthOf(topic.alarms));
         }
@@ -293,10 +291,11 @@ Json::Value FleetDevice::toJson() const {
 
 std::vector<std::pair<std::string, bool>> FleetDevice::ports() const {
     std::vector<std::pair<std::string, bool>> list;
-    for (auto topic = topics.lower_bound(kPort);
-         topic != topics.end() && topic->first.starts_with(kPort); ++topic) {
-        list.emplace_back(nameOfLevel(topic->first.substr(kPort.size())).value_or(topic->first),
-                          topic->second.isUp);
+    for (auto topic = topics.lower_bound(kPortTopics);
+         topic != topics.end() && topic->first.starts_with(kPortTopics); ++topic) {
+        list.emplace_back(
+            nameOfLevel(topic->first.substr(kPortTopics.size())).value_or(topic->first),
+            topic->second.isUp);
     }
     return list;
 }

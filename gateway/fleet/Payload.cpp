@@ -2,6 +2,7 @@
 
 #include "gateway/Monitors.hpp"
 #include "gateway/Source.hpp"
+#include "gateway/TopicText.hpp"
 
 #include <json/reader.h>
 
@@ -12,10 +13,6 @@
 
 namespace gateway::payload {
 namespace {
-
-/// Topics of which there are many, one for each name.
-constexpr std::string_view kPort = "port/";
-constexpr std::string_view kSession = "session/";
 
 Json::Value parse(const std::string& text) {
     static const std::unique_ptr<Json::CharReader> reader([] {
@@ -119,23 +116,23 @@ bool isAlarmEvent(const Json::Value& json) {
 }
 
 bool fits(std::string_view branch, const Json::Value& json) {
-    if (branch == "device") {
+    if (branch == kDeviceTopic) {
         return isDevice(json);
     }
-    if (branch == "ptp") {
+    if (branch == kPtpTopic) {
         return isPtp(json);
     }
-    if (branch == "event/alarm") {
+    if (branch == kAlarmTopic) {
         return isAlarmEvent(json);
     }
-    return branch.starts_with(kPort) ? isPort(json)
-                                     : isSession(json, branch.substr(kSession.size()));
+    return branch.starts_with(kPortTopics) ? isPort(json)
+                                           : isSession(json, branch.substr(kSessionTopics.size()));
 }
 
 } // namespace
 
 Json::Value read(std::string_view branch, const std::string& text) {
-    if (branch == "state") {
+    if (branch == kStateTopic) {
         if (text != "online" && text != "offline") {
             throw Json::RuntimeError("it is neither online nor offline");
         }
@@ -149,8 +146,9 @@ Json::Value read(std::string_view branch, const std::string& text) {
 }
 
 bool isBranch(std::string_view branch) {
-    constexpr std::array<std::string_view, 4> kSingle = {"state", "device", "ptp", "event/alarm"};
-    constexpr std::array<std::string_view, 2> kMany = {kPort, kSession};
+    constexpr std::array<std::string_view, 4> kSingle = {kStateTopic, kDeviceTopic, kPtpTopic,
+                                                         kAlarmTopic};
+    constexpr std::array<std::string_view, 2> kMany = {kPortTopics, kSessionTopics};
     return std::find(kSingle.begin(), kSingle.end(), branch) != kSingle.end() ||
            std::any_of(kMany.begin(), kMany.end(), [branch](std::string_view many) {
                return branch.size() > many.size() && branch.starts_with(many) &&

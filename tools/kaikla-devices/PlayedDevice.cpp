@@ -71,14 +71,14 @@ PlayedDevice::PlayedDevice(std::string instance, std::size_t sessionCount, unsig
 }
 
 Messages PlayedDevice::everything() const {
-    Messages messages = {summary(), document("ptp", ptp)};
+    Messages messages = {summary(), document(gateway::kPtpTopic, ptp)};
     for (std::size_t i = 0; i < ports.size(); ++i) {
         messages.push_back(portDocument(i));
     }
     for (std::size_t i = 0; i < sessions.size(); ++i) {
         messages.push_back(sessionDocument(i));
     }
-    messages.push_back({branch + "state", "online", true});
+    messages.push_back({branch + gateway::kStateTopic, "online", true});
     return messages;
 }
 
@@ -97,7 +97,7 @@ Messages PlayedDevice::change() {
     if (kind < kPtpShare) {
         constexpr int kLargestOffsetNs = 50;
         ptp["offset_ns"] = static_cast<int>(draw(2 * kLargestOffsetNs)) - kLargestOffsetNs;
-        return {document("ptp", ptp)};
+        return {document(gateway::kPtpTopic, ptp)};
     }
     if (kind < kPtpShare + kAlarmShare && !sessions.empty()) {
         return changeAlarm();
@@ -123,13 +123,13 @@ Messages PlayedDevice::changeAlarm() {
         --alarms;
     } else if (alarms > 0) {
         ptp["offset_ns"] = 0;
-        return {document("ptp", ptp)};
+        return {document(gateway::kPtpTopic, ptp)};
     } else {
         event["alarm"] = stream["alarms"].append(object(kAlarm, "since", now()));
         ++alarms;
     }
     event["state"] = isCleared ? "cleared" : "raised";
-    return {MqttMessage{branch + "event/alarm", gateway::jsonText(event), false},
+    return {MqttMessage{branch + gateway::kAlarmTopic, gateway::jsonText(event), false},
             sessionDocument(index), summary()};
 }
 
@@ -147,7 +147,7 @@ MqttMessage PlayedDevice::summary() const {
     json["sessions"] = Json::UInt64{sessions.size()};
     json["streams"] = Json::UInt64{2 * sessions.size()};
     json["alarms"]["major"] = Json::UInt64{alarms};
-    return document("device", json);
+    return document(gateway::kDeviceTopic, json);
 }
 
 MqttMessage PlayedDevice::document(const std::string& topic, const Json::Value& json) const {
@@ -155,11 +155,11 @@ MqttMessage PlayedDevice::document(const std::string& topic, const Json::Value& 
 }
 
 MqttMessage PlayedDevice::portDocument(std::size_t index) const {
-    return document("port/" + gateway::topicLevel(ports[index]["name"].asString()), ports[index]);
+    return document(gateway::portTopic(ports[index]["name"].asString()), ports[index]);
 }
 
 MqttMessage PlayedDevice::sessionDocument(std::size_t index) const {
-    return document("session/" + sessions[index]["id"].asString(), sessions[index]);
+    return document(gateway::sessionTopic(sessions[index]["id"].asString()), sessions[index]);
 }
 
 unsigned PlayedDevice::draw(unsigned number) {
