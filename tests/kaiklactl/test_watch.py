@@ -152,7 +152,7 @@ def test_a_reader_that_stops_does_not_stop_the_watch(device, service):
 def test_a_busy_service_is_not_waited_for_at_the_end(device, service):
     with Watch("--timeout", "60") as watch:
         watch.wait_registered()
-        assert "maybe another watch" in ctl("watch --bind tcp://127.0.0.1:5591")[2]
+        assert "another program does" in ctl("watch --bind tcp://127.0.0.1:5591")[2]
         service.send_signal(signal.SIGSTOP)
         watch.expected_status = 3
         assert watch.stop(seconds=5) == 3

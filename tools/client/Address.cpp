@@ -117,6 +117,19 @@ void check(const std::string& address, Purpose purpose) {
     }
 }
 
+std::string canonical(const std::string& address) {
+    std::string text = address;
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : static_cast<char>(c);
+    });
+    if (const std::optional<HostAndPort> parts = splitTcp(text)) {
+        const auto digits = parts->port.find_first_not_of('0');
+        return std::string(kTcp) + (parts->host == "localhost" ? kLoopback : parts->host) + ":" +
+               (digits == std::string::npos ? "" : parts->port.substr(digits));
+    }
+    return address;
+}
+
 std::optional<sockaddr_in> hostAddress(const std::string& endpoint) {
     const std::optional<HostAndPort> parts = splitTcp(endpoint);
     addrinfo wanted{};
@@ -204,17 +217,13 @@ void checkBindable(const std::string& endpoint) {
     check(endpoint, Purpose::bind);
 }
 
-std::string canonical(const std::string& address) {
-    std::string text = address;
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : static_cast<char>(c);
-    });
-    if (const std::optional<HostAndPort> parts = splitTcp(text)) {
-        const auto digits = parts->port.find_first_not_of('0');
-        text = std::string(kTcp) + (parts->host == "localhost" ? kLoopback : parts->host) + ":" +
-               (digits == std::string::npos ? "" : parts->port.substr(digits));
-    }
-    return text;
+std::optional<std::string> similarAddress(const std::vector<std::string>& registered,
+                                          const std::string& address) {
+    const auto found =
+        std::find_if(registered.begin(), registered.end(), [&address](const std::string& other) {
+            return canonical(other) == canonical(address);
+        });
+    return found == registered.end() ? std::nullopt : std::optional(*found);
 }
 
 std::string withNumericHost(const std::string& address) {

@@ -5,6 +5,7 @@
 #include <zmq.hpp>
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,9 +23,11 @@ void checkConnectable(const std::string& address);
 /// allowed, and at an "ipc" path nobody may listen.
 void checkBindable(const std::string& endpoint);
 
-/// The same for addresses that lead to the same place, whatever the case of their letters, leading
-/// zeros of their port and "localhost" for 127.0.0.1. Asks no name server.
-std::string canonical(const std::string& address);
+/// The first of `registered` that leads to the same place as `address`. For "tcp", the case of
+/// letters does not count, nor do leading zeros of the port; "localhost" is 127.0.0.1. Asks no name
+/// server.
+std::optional<std::string> similarAddress(const std::vector<std::string>& registered,
+                                          const std::string& address);
 
 /// The address with its host name looked up, as a socket on that host has to bind it. Unchanged
 /// when there is no name in it, and when the name is not known.

@@ -20,11 +20,12 @@ constexpr const char* kAnyAddress = "tcp://0.0.0.0:";
 constexpr int kFirstPort = 5591;
 constexpr int kLastPort = 5599;
 
-std::string whyNotBound(const std::string& endpoint, const zmq::error_t& error) {
+std::string whyNotBound(const std::string& endpoint, const zmq::error_t& error, bool isLastOfMany) {
     const std::string start = "cannot listen on " + endpoint + ": ";
     switch (error.num()) {
     case EADDRINUSE:
-        return start + "another program, maybe another watch, does; end it first.";
+        return start + "another program does; end it first." +
+               (isLastOfMany ? " The ports before it are taken, too; choose one with --bind." : "");
     case EADDRNOTAVAIL:
     case ENODEV:
         return start + "this host does not have that address; run this on the host that has it.";
@@ -41,7 +42,7 @@ void bindFirst(zmq::socket_t& socket, const std::vector<std::string>& endpoints)
             return;
         } catch (const zmq::error_t& error) {
             if (error.num() != EADDRINUSE || &endpoint == &endpoints.back()) {
-                throw BadEndpoint(whyNotBound(endpoint, error));
+                throw BadEndpoint(whyNotBound(endpoint, error, endpoints.size() > 1));
             }
         }
     }

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 #include <vector>
 
 namespace kaiklactl {
@@ -104,11 +105,9 @@ std::string Commands::remove() {
     if (std::find(before.begin(), before.end(), options.address) != before.end()) {
         return address + " is not registered any more.";
     }
-    const auto similar = std::find_if(before.begin(), before.end(), [this](const auto& other) {
-        return client::canonical(other) == client::canonical(options.address);
-    });
+    const std::optional<std::string> similar = client::similarAddress(before, options.address);
     return address + " was not registered" +
-           (similar == before.end() ? "." : ", but " + printable(*similar).text + " is.");
+           (similar ? ", but " + printable(*similar).text + " is." : ".");
 }
 
 std::string Commands::list() {

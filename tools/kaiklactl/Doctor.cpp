@@ -22,6 +22,9 @@ using std::chrono::milliseconds;
 
 /// More than the service takes to connect to a consumer that it can reach.
 constexpr milliseconds kConnectLimit{500};
+/// How long the removal of the doctor's own consumer may take, while no signal is heard. A service
+/// that asks its NMOS node in vain for two messages takes as long.
+constexpr milliseconds kOwnRemovalLimit{2000};
 
 constexpr const char* kReachable = "reachable";
 
@@ -85,7 +88,8 @@ public:
 private:
     void remove() noexcept {
         try {
-            client::removeConsumer(context, service, address);
+            client::removeConsumer(
+                context, {service.endpoint, std::min(service.timeout, kOwnRemovalLimit)}, address);
         } catch (const std::exception& error) {
             notice(address + " may still be registered: " + error.what());
         }
@@ -163,6 +167,9 @@ void Doctor::checkRegistration() {
         }
     } else if (std::find(consumers.begin(), consumers.end(), address) != consumers.end()) {
         report.ok(kSubject, address + " is registered.");
+    } else if (const auto similar = client::similarAddress(consumers, address)) {
+        report.note(kSubject, address + " is not registered, but " + *similar +
+                                  " is, which leads to the same place.");
     } else {
         report.fault(kSubject, address +
                                    " is not registered; addresses count letter by letter, and "
