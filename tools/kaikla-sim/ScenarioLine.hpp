@@ -40,8 +40,8 @@ struct ScenarioLine {
 /// Reads scenario lines, each for itself. One object may read any number of them.
 class ScenarioLineDecoder {
 public:
-    /// Throws NotPlayable when `text` is not a line of
-    /// a scenario or its payload is not one that receivers can decode.
+    /// Throws NotPlayable when `text` is not a line of a scenario, or its payload is not one that
+    /// receivers can decode.
     ScenarioLine decode(std::string_view text);
 
 private:

@@ -104,8 +104,7 @@ std::string Drain::noAnswerSentence(client::ServiceConnection::State state) cons
     }
     return "no answer from " + service.endpoint + ", and nothing came to " + address +
            ". The service waits for another consumer, which the last warning in its log names; "
-           "or " +
-           "something that is no consumer listened there before, and only a restart helps.";
+           "or something that is no consumer listened there before, and only a restart helps.";
 }
 
 /// The service closes its connection when everything has been delivered.
