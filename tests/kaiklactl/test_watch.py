@@ -19,7 +19,7 @@ WHOLE = {
     "ptp": {"locked": True, "offset_ns": 12, "ports": [{"portNumber": 1, "state": "SLAVE"}]},
     "sessions": [{"id": 7, "device_id": "dev"}],
 }
-MANY = 40_000
+MANY = 60_000
 MALFORMED = "this message cannot be read: "
 
 
@@ -61,10 +61,10 @@ STORY = [
     (session(7, nmos_id="\x1b[2J\nX\x9b31m\u202e\0é\ttail"),
      r"session 7 NMOS id \x1b[2J\nX\u009b31m\u202e\x00é\ttail"),
     (("sessions", []), "session 8 removed; session 7 removed"),
-    # Comparing each with each would take a minute.
+    # Comparing each with each would take longer than the end is waited for.
     (("sessions", [session(number) for number in range(MANY)]),
      "; ".join(f"session {number} new (0 streams)" for number in range(MANY))),
-    *[(("device_id", "dev"), "nothing new")] * 3,
+    (("device_id", "dev"), "nothing new"),
 ]
 
 
