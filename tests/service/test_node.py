@@ -94,11 +94,13 @@ def test_a_silent_node_is_given_up_after_a_second_and_its_late_answers_are_not_t
         [(f"answer {n}", 1.05 if n % 2 else 0.15) for n in range(1, 2 * rounds + 1)] + [(None, 0)]
     )
     for n in range(1, rounds + 1):
-        took, lines = anonymous.forget()
+        # A busy machine may not reach the node in time, which costs no request.
+        while len(node.requests()) < 2 * n - 1:
+            took, lines = anonymous.forget()
         assert 0.9 < took < ANSWER_LIMIT or INSTRUMENTED
         assert f"ERR request to {NODE_ENDPOINT}: no answer in time" in lines
         assert anonymous.device_id() == ""
-        anonymous.ask()
+        anonymous.service.learn_device_id(anonymous.consumer.address)
         assert anonymous.device_id() == f"answer {2 * n}"
     assert len(node.requests()) == 2 * rounds
     record_property("silent node", f"given up after {took * 1000:.0f} ms, {rounds} late answers, "
