@@ -24,7 +24,9 @@ import zmq
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 BIN = pathlib.Path(os.environ.get("KAIKLA_BIN", ROOT / "build/bin")).resolve()
 SLOW = float(os.environ.get("KAIKLA_SLOW", "1"))
-TIMEOUT = 10 * SLOW
+# Seconds that anything may take, where nothing else is said.
+LIMIT = 10
+TIMEOUT = LIMIT * SLOW
 # A sanitized build, or valgrind: limits of memory and tight limits in time mean nothing then.
 INSTRUMENTED = SLOW > 1
 
@@ -51,7 +53,7 @@ CONTEXT.set(zmq.MAX_SOCKETS, 20_000)
 CONTEXT.linger = 0
 
 
-def wait_until(condition, what, seconds=10):
+def wait_until(condition, what, seconds=LIMIT):
     """Returns the first true outcome of `condition`."""
     end, pause = time.monotonic() + seconds * SLOW, 0.002
     while not (outcome := condition()):
@@ -129,11 +131,11 @@ class Process:
         status = self.process.returncode
         assert failure or status == self.expected_status, f"ended with status {status}"
 
-    def wait(self, seconds=10):
+    def wait(self, seconds=LIMIT):
         """The exit status; a negative one is the signal that ended the process."""
         return self.process.wait(seconds * SLOW)
 
-    def stop(self, number=signal.SIGTERM, seconds=10):
+    def stop(self, number=signal.SIGTERM, seconds=LIMIT):
         """Ends the process with a signal; returns its exit status."""
         self.send_signal(number)
         return self.wait(seconds)
@@ -161,7 +163,7 @@ class Process:
     def lines_with(self, text):
         return [line for line in self.log() if text in line]
 
-    def wait_line(self, text, count=1, seconds=10):
+    def wait_line(self, text, count=1, seconds=LIMIT):
         """Waits until `count` lines hold the text; returns them."""
         enough = lambda: len(self.lines_with(text)) >= count
         wait_until(enough, f"{count} times '{text}'", seconds)

@@ -169,6 +169,7 @@ int ClientJsonApi::request(unsigned commandId, const char* commandName, Json::Va
         }
         const int code = impl->exchange(message, reply);
         if (code < 0) {
+            // At once, before a consumer can take the socket's place.
             impl->open();
         }
         return code;
